@@ -1,0 +1,41 @@
+# How everything is compiled: one function makes a layer, one a program, one a test.
+
+find_package(Threads REQUIRED)
+
+add_library(kv_flags INTERFACE)
+target_include_directories(kv_flags INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(kv_flags INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wconversion -Wshadow -Werror>
+  $<$<COMPILE_LANGUAGE:C>:-Wall -Wextra -Werror>)
+target_link_libraries(kv_flags INTERFACE Threads::Threads)
+if(KV_SANITIZE)
+  target_compile_options(kv_flags INTERFACE -fsanitize=${KV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kv_flags INTERFACE -fsanitize=${KV_SANITIZE})
+endif()
+
+# kv_add_layer(NAME source...): one layer of the library as objects, so that its load-time work is never dropped by a
+# linker. The target is kv_NAME.
+function(kv_add_layer name)
+  add_library(kv_${name} OBJECT ${ARGN})
+  target_link_libraries(kv_${name} PUBLIC kv_flags)
+  target_compile_definitions(kv_${name} PRIVATE KVINVENTORY_BUILD)
+  set_property(GLOBAL APPEND PROPERTY KV_LAYERS kv_${name})
+endfunction()
+
+# kv_add_program(NAME source...): a program; what it links is added by the caller.
+function(kv_add_program name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE kv_flags)
+endfunction()
+
+# kv_add_test(NAME LAYERS layer... SOURCES source... [LIBRARIES library...]): a GoogleTest program over the objects of
+# the named layers, run by ctest one case at a time group (one ctest entry for each test suite file set).
+function(kv_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LAYERS;SOURCES;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES})
+  list(TRANSFORM arg_LAYERS PREPEND kv_)
+  target_link_libraries(${name} PRIVATE kv_flags kv_test_support ${arg_LAYERS} ${arg_LIBRARIES})
+  target_compile_definitions(${name} PRIVATE
+    KV_SAMPLES_DIR="${PROJECT_SOURCE_DIR}/samples" KV_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden")
+  add_test(NAME ${name} COMMAND ${name})
+endfunction()

@@ -1,0 +1,1 @@
+// Placeholder until the layer has its first source.

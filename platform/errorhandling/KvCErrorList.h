@@ -1,0 +1,117 @@
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <new>
+#include <vector>
+
+#include "platform/KvExport.h"
+#include "platform/KvTypes.h"
+
+class KvCErrorListPool;
+
+/**
+ * Where the library's memory comes from: the C runtime's allocator behind one hook, so that a test can make any single
+ * allocation fail. Everything taken here is given back with release() or the C runtime's free().
+ */
+namespace KvNAllocation {
+
+/** Asked before each allocation with its size in bytes; false makes that allocation fail. */
+using Hook = bool (*)(void* context, std::size_t bytes);
+
+/** Installs `function` (null: none), called with `context` on whichever thread allocates. Not for use while other
+    threads allocate. */
+KV_EXPORT void setHook(Hook function, void* context) noexcept;
+
+/** `bytes` bytes of uninitialised memory, or null when there is none. A size of 0 gives a valid block. */
+KV_EXPORT void* allocate(std::size_t bytes) noexcept;
+
+/** Grows or shrinks a block as the C runtime's realloc does; null when that fails (the block then stays as it was). */
+KV_EXPORT void* reallocate(void* block, std::size_t bytes) noexcept;
+
+/** Gives a block back; null is ignored. */
+KV_EXPORT void release(void* block) noexcept;
+
+/** Base of the library's classes: their objects come from allocate(), whether made with plain `new` or with
+    `new (errors)`; both give null, and no constructor runs, when memory is out. Adds no data. */
+struct Object
+{
+    static void* operator new(std::size_t bytes) noexcept { return allocate(bytes); }
+    static void* operator new[](std::size_t bytes) noexcept { return allocate(bytes); }
+    static void* operator new(std::size_t bytes, KvCErrorListPool&) noexcept { return allocate(bytes); }
+    static void* operator new[](std::size_t bytes, KvCErrorListPool&) noexcept { return allocate(bytes); }
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* block) noexcept { release(block); }
+    static void operator delete[](void* block) noexcept { release(block); }
+    static void operator delete(void* block, KvCErrorListPool&) noexcept { release(block); }
+    static void operator delete[](void* block, KvCErrorListPool&) noexcept { release(block); }
+    static void operator delete(void*, void*) noexcept {}
+};
+
+/** Allocator for standard containers inside the library; throws std::bad_alloc, which its user catches. */
+template <class T>
+struct Allocator
+{
+    using value_type = T;
+    Allocator() noexcept = default;
+    template <class U>
+    Allocator(const Allocator<U>&) noexcept
+    {}
+    T* allocate(std::size_t count)
+    {
+        if (count > static_cast<std::size_t>(-1) / sizeof(T))
+            throw std::bad_alloc();
+        void* block = KvNAllocation::allocate(count * sizeof(T));
+        if (block == nullptr)
+            throw std::bad_alloc();
+        return static_cast<T*>(block);
+    }
+    void deallocate(T* block, std::size_t) noexcept { release(block); }
+    template <class U>
+    bool operator==(const Allocator<U>&) const noexcept
+    {
+        return true;
+    }
+};
+
+}  // namespace KvNAllocation
+
+/**
+ * An ordered list of reported failures: code, line, origin and arguments, the innermost first. A list belongs to one
+ * thread, but for the error manager's master list, which is safe to use from several.
+ * Entry numbers count from 0; what is asked past the end is 0 or "".
+ */
+class KV_EXPORT KvCErrorList : public KvNAllocation::Object
+{
+public:
+    /** Appends an entry. `origin` is "Class::method"; `argTypes` holds one conversion of %s %u %d %i %x for each
+        placeholder of the code's text, in order (null: none), and the arguments follow: `const char*` for %s (null is
+        taken as ""), `KvUInt32` for %u and %x, `KvInt32` for %d and %i. Never fails: what cannot be kept is counted. */
+    void setError(KvUInt32 code, unsigned long line, const char* origin, const char* argTypes, ...);
+    void setErrorV(KvUInt32 code, unsigned long line, const char* origin, const char* argTypes, std::va_list arguments);
+
+    /** Entries reported so far, kept or not, so that it grows with every failure. Constant time. */
+    KvUInt32 getErrorCount() const { return __atomic_load_n(&m_count, __ATOMIC_RELAXED); }
+    /** The entry's code; 0 past the end and for an entry that was not kept. */
+    KvUInt32 getErrorCode(KvUInt32 i) const;
+    const char* getErrorOrigin(KvUInt32 i) const;
+    unsigned long getErrorLine(KvUInt32 i) const;
+    /** The registered text with its placeholders filled, rendered now; valid until the list changes (master list: until
+        this thread's next call). A code without text gives "Unknown message 0x%x." */
+    const char* getErrorText(KvUInt32 i) const;
+
+    /** Empties the list. */
+    void clear();
+
+    /** The entries as the block of docs/formats.md; no bytes mean out of memory. */
+    std::vector<unsigned char> serialize() const;
+    /** Appends the entries of such a block of `size` bytes; false, and nothing appended, when it is malformed. No bytes
+        are an empty list. */
+    bool deSerialize(const unsigned char* data, unsigned long size);
+
+protected:
+    KvCErrorList() noexcept = default;
+    ~KvCErrorList() = default;
+
+    KvUInt32 m_count = 0;
+};
