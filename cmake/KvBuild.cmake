@@ -29,13 +29,15 @@ function(kv_add_program name)
 endfunction()
 
 # kv_add_test(NAME LAYERS layer... SOURCES source... [LIBRARIES library...]): a GoogleTest program over the objects of
-# the named layers, run by ctest one case at a time group (one ctest entry for each test suite file set).
+# the named layers; one ctest entry. The header of GoogleTest is precompiled once for all of them.
 function(kv_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LAYERS;SOURCES;LIBRARIES")
   add_executable(${name} ${arg_SOURCES})
   list(TRANSFORM arg_LAYERS PREPEND kv_)
-  target_link_libraries(${name} PRIVATE kv_flags kv_test_support ${arg_LAYERS} ${arg_LIBRARIES})
-  target_compile_definitions(${name} PRIVATE
-    KV_SAMPLES_DIR="${PROJECT_SOURCE_DIR}/samples" KV_GOLDEN_DIR="${PROJECT_SOURCE_DIR}/tests/golden")
+  target_link_libraries(${name} PRIVATE kv_test_support ${arg_LAYERS} ${arg_LIBRARIES})
+  if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    target_precompile_headers(${name} REUSE_FROM kv_test_support)
+  endif()
   add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT 900)
 endfunction()
