@@ -27,5 +27,6 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/KvInventoryConfigVersion.
 install(FILES ${PROJECT_BINARY_DIR}/KvInventoryConfig.cmake ${PROJECT_BINARY_DIR}/KvInventoryConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KvInventory)
 
+file(RELATIVE_PATH KV_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/kvinventory.pc.in ${PROJECT_BINARY_DIR}/kvinventory.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kvinventory.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
