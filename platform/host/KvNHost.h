@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+/**
+ * What a program needs of the host that it runs on: its terminal, interruptions by the user, and other programs.
+ */
+namespace KvNHost {
+
+/** Whether the stream is shown to a person. */
+bool isTerminal(std::FILE* stream);
+
+/** The value of an environment variable; null when there is none. */
+const char* environment(const char* name);
+
+/** Lets writing to a pipe that nobody reads fail with an error instead of ending the process. */
+void survivePipes();
+
+/** Whether the last failed write to a stream failed because nobody reads it any more (ask at once, errno is used). */
+bool wasBrokenPipe();
+
+/** Calls `function` when the user interrupts or ends the program (the first argument is the signal's number). It runs
+    in the signal's context: it may set flags, call what says that it may be called there, and endNow(). */
+void onInterrupt(void (*function)(int signal));
+
+/** Ends the process at once, without clean-up. */
+[[noreturn]] void endNow(int status) noexcept;
+
+/** How a program that was run has ended. */
+struct Ending
+{
+    bool started = false;
+    int status = 0;       ///< its exit status; 128 and the signal's number when a signal ended it
+    std::string problem;  ///< why it was not started
+};
+
+/** Runs `command` (found along PATH) with the variables `additions` added to the environment and waits for its end.
+    Interruptions by the user reach the command too; the caller waits on. */
+Ending run(const std::vector<std::string>& command, const std::vector<std::pair<std::string, std::string>>& additions);
+
+}  // namespace KvNHost
