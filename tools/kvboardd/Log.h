@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/KvTypes.h"
+
+namespace KvNBoardService {
+
+/** One line on standard error, "kvboardd: " before it; `line` is written as it is. Never throws. */
+void log(std::string_view line) noexcept;
+
+/** A text from outside as it may be shown: control characters, backslashes and bytes beyond ASCII as \xNN, at most
+    `maximum` bytes of it. */
+std::string escaped(std::string_view text, std::size_t maximum = 255);
+
+/** An IPv4 address, a host-order number, in dotted form. */
+std::string addressText(KvUInt32 address);
+
+}  // namespace KvNBoardService

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <optional>
+
+#include "platform/KvTypes.h"
+
+namespace KvNBoardService {
+
+/** From the system's random source; null when that fails. */
+std::optional<KvUInt32> random32() noexcept;
+std::optional<KvUInt64> random64() noexcept;
+
+}  // namespace KvNBoardService
