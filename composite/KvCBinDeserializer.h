@@ -1,0 +1,70 @@
+#pragma once
+
+#include "platform/KvExport.h"
+#include "platform/KvTypes.h"
+#include "platform/errorhandling/KvCErrorList.h"
+
+class KvCBuffer;
+class KvCComposite;
+class KvCCompositeFactory;
+class KvCParam;
+
+/**
+ * Reads the tagged binary stream of StreamFormat.h: makes nodes through a factory and merges values into what exists.
+ * Below a root that the caller set, nodes and parameters that are there are continued in, and exactly the parameters
+ * whose value changed get state bit 0x400000 (texts and versions are always set and never marked). Nothing is ever
+ * removed. Owns neither the tree nor the buffer. What was read before a failure stays.
+ */
+class KV_EXPORT KvCBinDeserializer : public KvNAllocation::Object
+{
+public:
+    explicit KvCBinDeserializer(KvCErrorListPool& errors);
+    KvCBinDeserializer(const KvCBinDeserializer&) = delete;
+    KvCBinDeserializer& operator=(const KvCBinDeserializer&) = delete;
+
+    // The order of the virtual operations is fixed.
+    virtual ~KvCBinDeserializer();
+    /** Reads a start record behind its tag. */
+    virtual void CompositeStart(KvCErrorListPool& errors);
+    /** Acts on an end record: the active element's parent becomes active. 0xA01000 when there is no active element. */
+    virtual void CompositeEnd(KvCErrorListPool& errors);
+    /** Reads a parameter record behind its tag. 0xA01001 type, 0xA01002 size, 0xA01003 no buffer. */
+    virtual void CompositeParameter(KvCErrorListPool& errors);
+    /** Makes the parameter for a record with flag 0x10000; `descr` is only valid during the call. Null when memory is
+        out. */
+    virtual KvCParam* createCustomParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 type, const char* descr);
+    /** Reads the custom data behind the value of a record with flag 0x10000. The parameter may be one that was there
+        before and need not have the flag itself. Here: nothing. */
+    virtual void handleCustomParameter(KvCErrorListPool& errors, KvCParam* parameter);
+
+    /** Reads the whole buffer from its start. 0xA01003 no buffer, 0xA01004 no factory, 0xA02000 (tag, read position,
+        write position) behind every other failure. */
+    void deserialize(KvCErrorListPool& errors);
+
+    /** Makes an empty buffer and uses it as source; the caller owns it (getBuffer). */
+    void createBuffer(KvCErrorListPool& errors);
+    KvCBuffer* getBuffer() const { return m_buffer; }
+    void setBuffer(KvCBuffer* buffer) { m_buffer = buffer; }
+    void setFactory(KvCCompositeFactory* factory) { m_factory = factory; }
+    /** Reading goes on below this node; null: the first start record makes the root. */
+    void setRoot(KvCComposite* root);
+    KvCComposite* getRoot() const { return m_root; }
+    /** The first node made by the last deserialize; null when it made none. */
+    KvCComposite* getSerializationRoot() const { return m_serializationRoot; }
+    /** The node that records are read into. */
+    KvCComposite* getActElement() const { return m_actElement; }
+    void setActElement(KvCComposite* element) { m_actElement = element; }
+    /** The parameter of the last parameter record. */
+    KvCParam* getActParameter() const { return m_actParameter; }
+
+private:
+    struct Record;
+
+    KvCBuffer* m_buffer = nullptr;
+    KvCComposite* m_root = nullptr;
+    KvCComposite* m_serializationRoot = nullptr;
+    KvCComposite* m_actElement = nullptr;
+    KvCCompositeFactory* m_factory = nullptr;
+    KvCParam* m_actParameter = nullptr;
+    bool m_rootIsGiven = false;
+};

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "composite/KvPList.h"
+
+class KvCComposite;
+
+/**
+ * The parameters of one composite, in order. The list counts itself on each parameter that it holds and destroys a
+ * parameter when the last list lets go of it. Looking up an id takes the same time in lists of any length and gives the
+ * first match in order.
+ */
+class KV_EXPORT KvCParamList : public KvPList<KvCParam*>
+{
+public:
+    /** `owner` (may be null) is the composite that the parameters belong to; not owned. */
+    explicit KvCParamList(KvCComposite* owner);
+    ~KvCParamList() override;
+
+    void notifyElementAttachment(KvCParam** element) override;
+    void notifyElementDetachment(KvCParam** element) override;
+
+    KvCComposite* getOwner() const { return m_owner; }
+
+    /** The first parameter with this id; else null, reported as 0x601801. */
+    KvCParam* getElementbyId(KvCErrorListPool& errors, KvUInt32 id) const;
+    /** The first parameter with this id, or null. */
+    KvCParam* getElementbyId(KvUInt32 id) const;
+    /** The first parameter with exactly this description, or null; parameters without one never match. */
+    KvCParam* getElementbyDescr(const char* descr) const;
+    /** The parameter at this place, from 0; null past the end. */
+    KvCParam* getElementbyIndex(KvUInt32 index) const;
+
+    /** Calls sync(mask) on each parameter in order. */
+    void syncParameters(KvCErrorListPool& errors, KvUInt32 mask);
+    /** Prints id and state of each parameter to standard output, indented by `indent` + 2 blanks. */
+    void showParameters(int indent) const;
+
+private:
+    KvCComposite* m_owner;
+};

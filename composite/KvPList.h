@@ -1,0 +1,111 @@
+#pragma once
+
+#include "platform/KvExport.h"
+#include "platform/KvTypes.h"
+#include "platform/errorhandling/KvCErrorList.h"
+
+class KvCParam;
+template <class T>
+class KvPList;
+
+/** One place in a KvPList: its content and its neighbours. Belongs to the list, or stands inside its content. */
+template <class T>
+class KV_EXPORT KvPListNode : public KvNAllocation::Object
+{
+public:
+    KvPListNode() = default;
+    KvPListNode(const KvPListNode&) = delete;
+    KvPListNode& operator=(const KvPListNode&) = delete;
+    virtual ~KvPListNode() = default;
+
+    const T& getContent() const { return m_content; }
+    /** The node behind this one; null at the end. */
+    KvPListNode* getNext() const { return m_next; }
+    /** The node before this one; null at the front. */
+    KvPListNode* getPrev() const { return m_prev; }
+
+private:
+    friend class KvPList<T>;
+
+    T m_content{};
+    KvPListNode* m_next = nullptr;
+    KvPListNode* m_prev = nullptr;
+};
+
+/** What a list does for a kind of content: where its nodes come from, and the index that it keeps of them. */
+template <class T>
+struct KvPListTraits;
+
+/** Parameters bring the node for their first list along, and long lists are indexed by id. */
+template <>
+struct KvPListTraits<KvCParam*>
+{
+    struct Index;
+    static KvPListNode<KvCParam*>* take(KvCParam* content);
+    static void giveBack(KvPListNode<KvCParam*>* node);
+    static void appended(Index*& index, KvCParam* content);
+    static void prepended(Index*& index, KvCParam* content);
+    static void removed(Index*& index, KvCParam* content);
+    static void cleared(Index*& index);
+};
+
+/**
+ * A doubly linked list, instantiated for `KvCParam*`. It does not own what it holds; a derived class learns by the two
+ * notify hooks when an element joins or leaves. No operation but find, findContent and clear depends on the length.
+ */
+template <class T>
+class KV_EXPORT KvPList : public KvNAllocation::Object
+{
+public:
+    KvPList() = default;
+    KvPList(const KvPList&) = delete;
+    KvPList& operator=(const KvPList&) = delete;
+    /** Clears the list. The hooks of a derived class are no longer called by then: it clears in its own destructor. */
+    virtual ~KvPList();
+
+    /** Whether two elements are the same; find asks this. Here: identity. */
+    virtual bool isEqual(T first, T second);
+    /** An element is about to be linked. Here: nothing. */
+    virtual void notifyElementAttachment(T* element);
+    /** An element has just left its place and may be destroyed by this call. Here: nothing. */
+    virtual void notifyElementDetachment(T* element);
+
+    /** Adds at the back and gives a pointer to the stored content; null when there is no memory for the node. */
+    T* pushBack(const T& element);
+    /** The same; a missing node is reported as 0x600800. */
+    T* pushBack(KvCErrorListPool& errors, const T& element);
+    /** Adds at the front and gives a pointer to the stored content; null when there is no memory for the node. */
+    T* pushFront(const T& element);
+    /** The same; a missing node is reported as 0x600800. */
+    T* pushFront(KvCErrorListPool& errors, const T& element);
+
+    /** Takes a node of this list out and frees it; null is ignored. */
+    void removeListNode(KvPListNode<T>* node);
+    /** Empties the list, then tells of each element from front to back. */
+    void clear();
+
+    /** The first node whose content isEqual to `element`; null when there is none. */
+    KvPListNode<T>* find(const T& element);
+    /** The same by content: a pointer to the stored content, or null. */
+    T* findContent(T& element);
+    KvPListNode<T>* getFront() const { return m_front; }
+    KvPListNode<T>* getBack() const { return m_back; }
+    bool isEmpty() const { return m_front == nullptr; }
+    /** The number of elements. */
+    KvUInt32 getCount() const { return m_count; }
+
+protected:
+    using Traits = KvPListTraits<T>;
+
+    KvPListNode<T>* m_front = nullptr;
+    KvPListNode<T>* m_back = nullptr;
+    mutable typename Traits::Index* m_index = nullptr;
+    KvUInt32 m_count = 0;
+
+private:
+    KvPListNode<T>* makeNode(const T& element);
+    void freeNode(KvPListNode<T>* node);
+};
+
+extern template class KvPListNode<KvCParam*>;
+extern template class KvPList<KvCParam*>;

@@ -1,0 +1,10 @@
+#pragma once
+
+/**
+ * A text that outlives every object, such as a registered name: a node or parameter described by one keeps the pointer
+ * and copies nothing. May be null.
+ */
+struct KvSharedText
+{
+    const char* text;
+};
