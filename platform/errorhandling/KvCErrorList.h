@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstddef>
 #include <new>
@@ -23,6 +24,9 @@ using Hook = bool (*)(void* context, std::size_t bytes);
     threads allocate. */
 KV_EXPORT void setHook(Hook function, void* context) noexcept;
 
+/** Asks the hook on behalf of a container that has an allocator of its own; false: its allocation shall fail. */
+KV_EXPORT bool mayAllocate(std::size_t bytes) noexcept;
+
 /** `bytes` bytes of uninitialised memory, or null when there is none. A size of 0 gives a valid block. */
 KV_EXPORT void* allocate(std::size_t bytes) noexcept;
 
@@ -33,8 +37,10 @@ KV_EXPORT void* reallocate(void* block, std::size_t bytes) noexcept;
 KV_EXPORT void release(void* block) noexcept;
 
 /** Base of the library's classes: their objects come from allocate(), whether made with plain `new` or with
-    `new (errors)`; both give null, and no constructor runs, when memory is out. Adds no data. */
-struct Object
+    `new (errors)`; both give null, and no constructor runs, when memory is out. Adds no data. Small values that are
+    members of other classes use a base of their own, ObjectOf<Value>: two bases of one type cannot share an address. */
+template <class Tag>
+struct ObjectOf
 {
     static void* operator new(std::size_t bytes) noexcept { return allocate(bytes); }
     static void* operator new[](std::size_t bytes) noexcept { return allocate(bytes); }
@@ -47,6 +53,7 @@ struct Object
     static void operator delete[](void* block, KvCErrorListPool&) noexcept { release(block); }
     static void operator delete(void*, void*) noexcept {}
 };
+using Object = ObjectOf<void>;
 
 /** Allocator for standard containers inside the library; throws std::bad_alloc, which its user catches. */
 template <class T>
@@ -79,6 +86,8 @@ struct Allocator
 /**
  * An ordered list of reported failures: code, line, origin and arguments, the innermost first. A list belongs to one
  * thread, but for the error manager's master list, which is safe to use from several.
+ * It keeps what it is given up to a limit (65536 entries) and as memory lasts, and counts the rest; one entry it keeps
+ * without taking memory, so that a report made when memory is out is not lost.
  * Entry numbers count from 0; what is asked past the end is 0 or "".
  */
 class KV_EXPORT KvCErrorList : public KvNAllocation::Object
@@ -91,7 +100,7 @@ public:
     void setErrorV(KvUInt32 code, unsigned long line, const char* origin, const char* argTypes, std::va_list arguments);
 
     /** Entries reported so far, kept or not, so that it grows with every failure. Constant time. */
-    KvUInt32 getErrorCount() const { return __atomic_load_n(&m_count, __ATOMIC_RELAXED); }
+    KvUInt32 getErrorCount() const { return m_count.load(std::memory_order_relaxed); }
     /** The entry's code; 0 past the end and for an entry that was not kept. */
     KvUInt32 getErrorCode(KvUInt32 i) const;
     const char* getErrorOrigin(KvUInt32 i) const;
@@ -109,9 +118,73 @@ public:
         are an empty list. */
     bool deSerialize(const unsigned char* data, unsigned long size);
 
-protected:
-    KvCErrorList() noexcept = default;
-    ~KvCErrorList() = default;
+    KvCErrorList(const KvCErrorList&) = delete;
+    KvCErrorList& operator=(const KvCErrorList&) = delete;
 
-    KvUInt32 m_count = 0;
+protected:
+    /** Which list this is, and so who may use it and who destroys it. */
+    enum class Kind : unsigned char
+    {
+        Plain,
+        Private,  ///< made by KvCErrorManager::createErrorList
+        Master    ///< shared by all threads
+    };
+
+    static constexpr KvUInt32 defaultLimit = 65536;
+
+    /** `limit` entries at most; the room for them grows by `growth` entries (0: geometrically). */
+    KvCErrorList(Kind kind, KvUInt32 growth, KvUInt32 limit) noexcept : m_limit(limit), m_growth(growth), m_kind(kind)
+    {}
+    ~KvCErrorList();
+
+    /** Room for `entries` entries; nothing happens when memory is out. */
+    void reserve(KvUInt32 entries) noexcept;
+
+    /** Moves the entries into `target`, which is empty, and leaves this list empty. */
+    void moveTo(KvCErrorList& target) noexcept;
+
+private:
+    friend class KvCErrorManager;
+    struct Entry;
+    class Lock;
+
+    static constexpr std::size_t spareBytes = 256;
+
+    void append(Entry* entry, KvUInt32 index) noexcept;
+    Entry* makeSpare() noexcept;
+    const Entry* find(KvUInt32 i) const noexcept;
+    bool makeRoom(KvUInt32 entries) noexcept;
+    void drop() noexcept;
+
+    std::atomic<KvUInt32> m_count{0};  // reported
+    KvUInt32 m_kept = 0;               // in m_entries
+    KvUInt32 m_room = 0;               // of m_entries
+    KvUInt32 m_limit;
+    KvUInt32 m_growth;
+    Kind m_kind;
+    bool m_spareUsed = false;
+    Entry** m_entries = nullptr;                                  // in the order of their numbers
+    alignas(std::max_align_t) unsigned char m_spare[spareBytes];  // the entry that needs no memory
 };
+
+/**
+ * The error list that callers own, on the stack or as a member, and pass as the first argument of every operation that
+ * can fail.
+ */
+class KV_EXPORT KvCErrorListPool : public KvCErrorList
+{
+public:
+    KvCErrorListPool() noexcept : KvCErrorList(Kind::Plain, 0, defaultLimit) {}
+
+private:
+    friend class KvCErrorManager;
+    KvCErrorListPool(Kind kind, KvUInt32 growth, KvUInt32 limit) noexcept : KvCErrorList(kind, growth, limit) {}
+};
+
+/** Memory of the library's allocator; null, and no constructor runs, when there is none. It is given back with the
+    matching operator delete or with the C runtime's free(). Nothing is reported: the caller reports in its own words.
+ */
+KV_EXPORT void* operator new(std::size_t bytes, KvCErrorListPool& errors) noexcept;
+KV_EXPORT void* operator new[](std::size_t bytes, KvCErrorListPool& errors) noexcept;
+KV_EXPORT void operator delete(void* block, KvCErrorListPool& errors) noexcept;
+KV_EXPORT void operator delete[](void* block, KvCErrorListPool& errors) noexcept;
