@@ -1,0 +1,232 @@
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+#include <vector>
+
+#include "base/KvCString.h"
+#include "composite/ElementTypes.h"
+#include "inventory/KvCInventoryAddress.h"
+#include "inventory/KvCInventoryItem.h"
+#include "inventory/KvCInventoryParameter.h"
+#include "manager/KvCInventoryRootHandle.h"
+#include "platform/KvExport.h"
+#include "platform/KvTypes.h"
+#include "platform/errorhandling/KvCErrorList.h"
+
+class KVINVENTORYMANAGERRPCIF1Client;
+class KvCRpcClient;
+struct KvDALSDeviceInfo;
+struct KvInventoryManagerRpcIFInventoryAddress;
+
+/** What the manager's operations take and give beside trees and parameters. */
+namespace KvNInventoryManager {
+
+/** What a firmware update replaces. */
+enum FirmwareType : std::uint32_t
+{
+#define KV_FIRMWARE_TYPE(number, wireNumber, name) name = number,
+#include "manager/FirmwareTypes.def"
+#undef KV_FIRMWARE_TYPE
+};
+
+/** How far an update is. */
+enum EUpdateStatus : std::uint32_t
+{
+    Idle = 0,      ///< no update
+    Running = 1,   ///< under way: its first value is the percentage of the whole, its second the step
+    Finished = 2,  ///< over; its errors say how
+    Unknown = 3
+};
+
+/** How one board came out of scanBoards(). */
+enum EBoardScan : std::uint32_t
+{
+    BoardComplete = 0,    ///< its tree is in the result
+    BoardIncomplete = 1,  ///< its tree is in the result, but it reported errors with it
+    BoardFailed = 2       ///< it has no tree in the result
+};
+
+struct KvSBoardScan
+{
+    KvUInt32 ordinal;       ///< the board's position in the root handle
+    KvUInt32 serialNumber;  ///< 0 when it could not be read
+    EBoardScan result;
+    KvCString description;  ///< for messages, for example "HCN (serial number: 4711, IP address: 10.0.0.2)"
+};
+
+using KvTBoardScans = std::vector<KvSBoardScan, KvNAllocation::Allocator<KvSBoardScan>>;
+
+class BoardCall;
+
+}  // namespace KvNInventoryManager
+
+/**
+ * The facade for inventory work on boards: finds them, scans, reads, writes, applies and locks. One object without
+ * state, usable from several threads at once; each error list, tree and root handle belongs to one thread at a time.
+ * Operations return 0 when they succeeded and -1 otherwise, and report into the error list passed first; a null root
+ * handle is 0x1600802. Operations on one board take the board's address first: HCN or CN with the serial number as
+ * index. Their common codes: 0x1600807 (the address begins with something else), 0x1600001 and 0x1600809 (no such
+ * board), then 0x1600805; 0x1600822 (a lock handle without access id); 0x1600803 (cannot connect), 0x1600804 (the call
+ * failed); 0x160081A (out of memory).
+ */
+class KV_EXPORT KvCInventoryManager
+{
+public:
+    static KvCInventoryManager& getInstance();
+
+    KvCInventoryManager(const KvCInventoryManager&) = delete;
+    /** Copies nothing: there is nothing to copy. */
+    KvCInventoryManager& operator=(const KvCInventoryManager&) noexcept { return *this; }
+
+    /** The type's name; "Invalid" for any value of 14 or more. */
+    static const char* getFirmwareTypeString(KvNInventoryManager::FirmwareType type);
+
+    /** Deletes a tree that an operation of this class handed out; null is ignored. */
+    void deleteInventoryTree(KvCInventoryItem* tree) const;
+
+    /** Reads the tree of the inventory section in the file `fileName`; `tree` becomes the caller's, null when there is
+        none. Codes of KvCInventoryData. */
+    long extractInventoryTreeFromFile(KvCErrorListPool& errors, const char* fileName, KvCInventoryItem*& tree) const;
+
+    /** @name Root handles
+        Each makes a root handle, which the caller gives back with deleteRootHandle(). A handle that found no board is
+        success. When none can be made the pointer is null: 0x160081D. @{ */
+
+    /** The boards at the addresses in `list`: dotted quads, separated by anything else, at most 200. 0x1600806 when
+       there is none in it, or no memory. */
+    long createRootHandleByIpAddressList(KvCErrorListPool& errors, const char* list,
+                                         KvCInventoryRootHandle*& rootHandle) const;
+    /** The boards on this host's networks under `mask`, a dotted quad. */
+    long createRootHandleByIpSubnetMask(KvCErrorListPool& errors, const char* mask,
+                                        KvCInventoryRootHandle*& rootHandle) const;
+    long createRootHandleBySystemName(KvCErrorListPool& errors, const char* name,
+                                      KvCInventoryRootHandle*& rootHandle) const;
+    long createRootHandleByDeviceInfoList(KvCErrorListPool& errors, const KvDALSDeviceInfo* infos, int count,
+                                          KvCInventoryRootHandle*& rootHandle) const;
+    /** The device handles stay the caller's and must outlive the root handle. */
+    long createRootHandleByDeviceHandleList(KvCErrorListPool& errors, void* const* deviceHandles, int count,
+                                            KvCInventoryRootHandle*& rootHandle) const;
+    /** The filter stays the caller's. */
+    long createRootHandleByFilter(KvCErrorListPool& errors, void* filter, KvCInventoryRootHandle*& rootHandle) const;
+    /** Deletes a root handle; null gives -1 without a message. */
+    long deleteRootHandle(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle) const;
+    long getRootHandleCount(KvCErrorListPool& errors, const KvCInventoryRootHandle* rootHandle, KvUInt32& count) const;
+    long printRootHandle(KvCErrorListPool& errors, const KvCInventoryRootHandle* rootHandle) const;
+    /** @} */
+
+    /** The inventory of all boards as one tree under one ROOT item; the caller's, null on failure.
+        Kept: a board without a client makes the result a failure, unless a later board scans without an error. Use
+        scanBoards() to have what could be read.
+        A second board with the address of an earlier one is left out and reported as 0x1300816. Codes 0x160080A,
+        0x160080B, 0x1600816 to 0x1600819, 0x160081D. */
+    long scan(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, KvCInventoryItem*& tree) const;
+
+    /** As scan(), but delivers every board that could be read, whichever others failed and in whatever order, and says
+       in `boards` how each one came out, in the order of the root handle. 0 when `tree` holds at least one board,
+       complete or not; -1 and a null tree when there is none. */
+    long scanBoards(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, KvCInventoryItem*& tree,
+                    KvNInventoryManager::KvTBoardScans& boards) const;
+
+    /** Reads the parameter at `address` from its board into `parameter`. Codes 0x1600800, 0x160080C, 0x1600816 to
+        0x1600818. */
+    long readParameter(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                       KvCInventoryParameter& parameter) const;
+
+    /** Sends a value for the parameter at `address`, which its board keeps as the designated value of the lock's holder
+        until apply(). T is one of the twelve element types; another spelling of an integer counts as the one of its
+       width and signedness. Codes 0x1600801, 0x160081B. */
+    template <KvNElement::Single T>
+    long writeParameterValue(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                             const KvCInventoryAddress& address, void* lockHandle, const T& value) const
+    {
+        if constexpr (std::is_same_v<T, KvNElement::Canonical<T>>)
+            return writeOnBoard(errors, rootHandle, address, lockHandle, value);
+        else
+            return writeOnBoard(errors, rootHandle, address, lockHandle, static_cast<KvNElement::Canonical<T>>(value));
+    }
+
+    /** Makes the board adopt the values written at and below `address` under this lock. What the board refuses is
+        reported by the board's own entries. */
+    long apply(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+               void* lockHandle) const;
+
+    /** Takes a lock of `level` on the board: 1 observes (any number of holders), 2 modifies (one holder, no observers).
+        The lock handle is the caller's, who gives it to unlock(); it is set on success only. 0x160081E, 0x160081F. */
+    long lock(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+              int level, void*& lockHandle) const;
+    /** Gives a lock back; the handle is gone afterwards. 0x1600821, also for null. */
+    long unlock(KvCErrorListPool& errors, void* lockHandle) const;
+
+private:
+    friend class KvNInventoryManager::BoardCall;
+    friend class KvCInventoryManagerProbe;  // the tests' door to the private operations
+
+    KvCInventoryManager() = default;
+    ~KvCInventoryManager() = default;
+
+    /** Choosing the board: the device handle that the address names, or null (0x1600807, 0x1600001 and 0x1600809). */
+    void* getHcnHandle(KvCErrorListPool& errors, const KvCInventoryRootHandle& rootHandle,
+                       const KvCInventoryAddress& address) const;
+    /** The board as messages name it: "HCN (serial number: 4711, IP address: 10.0.0.2)". What goes wrong (0x160080D,
+        0x160080E) goes to the error manager. */
+    static KvCString getHcnInfo(void* deviceHandle);
+    /** The board's client, made and registered by the first call for the board; null when there is none. */
+    KVINVENTORYMANAGERRPCIF1Client* getRPCClient(KvCErrorListPool& errors, void* deviceHandle) const;
+    /** Tells a new client which service it calls and how, and connects it (0x1600803). */
+    static void configureRPCClient(KvCErrorListPool& errors, KvCRpcClient& client, const KvCString& boardDescription);
+
+    /** The address as its wire record, of which the values are the caller's (KvNAllocation::release). 0x160081A. */
+    long marshalInventoryAddress(KvCErrorListPool& errors, KvCInventoryAddress address,
+                                 KvInventoryManagerRpcIFInventoryAddress& out) const;
+
+    /* The operations on one board, through its client. */
+
+    /** The board's tree, the caller's; null on failure. The board's status word is not looked at: the tree decides. */
+    long scan(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client, const KvCString& boardDescription,
+              KvCInventoryItem*& tree, bool flag) const;
+    long readParameter(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                       const KvCInventoryAddress& address, KvCInventoryParameter& parameter) const;
+    template <class T>
+    long writeParameterValue(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                             const KvCInventoryAddress& address, KvUInt32 accessId, const T& value) const;
+    template <class T>
+    long writeOnBoard(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                      void* lockHandle, const T& value) const;
+    long apply(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client, const KvCInventoryAddress& address,
+               KvUInt32 accessId) const;
+    /** Appends the board's own address to `address`. 0x160081C for an address record that is corrupt. */
+    long getLocalAddress(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                         KvCInventoryAddress& address) const;
+    /** Tells the board which board is its parent. 0x1600828. */
+    long registerParent(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client, KvUInt32 parent) const;
+    /** Starts an update from a file on the board, of which the name is cut to 303 characters. 0x160080F. */
+    long update(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client, const KvCInventoryAddress& address,
+                KvUInt32 accessId, const char* fileName, KvNInventoryManager::FirmwareType type, KvUInt64 size) const;
+    /** The same with a `kind` that the board knows; the name is cut to 511 characters. 0x160080F. */
+    long update2(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client, const KvCInventoryAddress& address,
+                 KvUInt32 accessId, KvUInt32 kind, const char* fileName, KvUInt64 size) const;
+    /** 0x1600810. */
+    long updateStatus(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                      const KvCInventoryAddress& address, KvNInventoryManager::EUpdateStatus& state,
+                      KvNInventoryManager::FirmwareType& type, KvUInt32& value1, KvUInt32& value2) const;
+    /** `value1` says what is asked; all four are the answer, on success only. 0x1600810. */
+    long updateStatus2(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                       const KvCInventoryAddress& address, KvUInt32& value1, KvUInt32& value2, KvUInt32& value3,
+                       KvUInt32& value4) const;
+    /** Appends the update's errors to `errors`. 0x1600811. */
+    long updateErrors(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                      const KvCInventoryAddress& address, KvUInt32 accessId) const;
+    /** Appends the update's errors at `index` to `updateErrorList`. 0x1600811. */
+    long updateErrors2(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                       const KvCInventoryAddress& address, KvUInt32 accessId, KvUInt32 index,
+                       KvCErrorListPool& updateErrorList) const;
+    /** 0x1600826. */
+    long updateFinish(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                      const KvCInventoryAddress& address, KvUInt32 accessId) const;
+
+    /** Scans one board after the other and hangs their trees under `root`; what both forms of scan are made of. Returns
+        what scan() goes by, and fills `boards`, which has an entry for each board, when there are any. */
+    bool scanEach(KvCErrorListPool& errors, const char* origin, const KvCInventoryRootHandle& rootHandle,
+                  KvCInventoryItem& root, KvNInventoryManager::KvTBoardScans* boards) const;
+};

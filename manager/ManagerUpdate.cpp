@@ -1,0 +1,187 @@
+#include <cstring>
+
+#include "manager/BoardCall.h"
+
+/* Firmware updates of one board: starting them, following them, and closing them. */
+
+using KvNInventoryManager::EUpdateStatus;
+using KvNInventoryManager::FirmwareType;
+using KvNInventoryManager::RemoteCall;
+using KvNInventoryManager::StatusCall;
+namespace Procedure = KvNInventoryRpc::Procedure;
+
+namespace {
+
+using WireFirmwareType = KvInventoryManagerRpcIFFirmwareType;
+
+/** The service's number of a firmware type; a value that is none is the service's "invalid". */
+WireFirmwareType toWire(FirmwareType type)
+{
+    switch (type) {
+#define KV_FIRMWARE_TYPE(number, wireNumber, name) \
+    case number:                                   \
+        return WireFirmwareType{wireNumber};
+#include "manager/FirmwareTypes.def"
+#undef KV_FIRMWARE_TYPE
+    }
+    return toWire(KvNInventoryManager::Invalid);
+}
+
+FirmwareType fromWire(WireFirmwareType type)
+{
+    switch (static_cast<KvInt32>(type)) {
+#define KV_FIRMWARE_TYPE(number, wireNumber, name) \
+    case wireNumber:                               \
+        return KvNInventoryManager::name;
+#include "manager/FirmwareTypes.def"
+#undef KV_FIRMWARE_TYPE
+        default:
+            return KvNInventoryManager::Invalid;
+    }
+}
+
+EUpdateStatus fromWire(KvInventoryManagerRpcIFUpdateState state)
+{
+    switch (static_cast<KvInt32>(state)) {
+        case 0:
+            return KvNInventoryManager::Idle;
+        case 1:
+            return KvNInventoryManager::Running;
+        case 2:
+        case 3:
+            return KvNInventoryManager::Finished;
+        default:
+            return KvNInventoryManager::Unknown;
+    }
+}
+
+/** A copy of a file name that is cut where its room ends; null is the empty name. */
+template <std::size_t Size>
+struct FileName
+{
+    explicit FileName(const char* name)
+    {
+        std::size_t length = 0;
+        while (name != nullptr && length + 1 < Size && name[length] != '\0')
+            ++length;
+        if (length != 0)
+            std::memcpy(text, name, length);
+        text[length] = '\0';
+    }
+    char text[Size];
+};
+
+}  // namespace
+
+long KvCInventoryManager::update(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                                 const KvCInventoryAddress& address, KvUInt32 accessId, const char* fileName,
+                                 FirmwareType type, KvUInt64 size) const
+{
+    constexpr const char* origin = "KvCInventoryManager::update";
+    const FileName<304> name(fileName);
+    StatusCall remote(errors, client, origin, Procedure::update);
+    if (!remote.callAt(address, KvNInventoryRpc::update, accessId, name.text, toWire(type), size))
+        return -1;
+    if (remote.result().status == 0)
+        return 0;
+    KV_REPORT(errors, UpdateFailed, origin, address.toString());
+    return -1;
+}
+
+long KvCInventoryManager::update2(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                                  const KvCInventoryAddress& address, KvUInt32 accessId, KvUInt32 kind,
+                                  const char* fileName, KvUInt64 size) const
+{
+    constexpr const char* origin = "KvCInventoryManager::update2";
+    const FileName<512> name(fileName);
+    StatusCall remote(errors, client, origin, Procedure::update2);
+    if (!remote.callAt(address, KvNInventoryRpc::update2, accessId, kind, name.text, size))
+        return -1;
+    if (remote.result().status == 0)
+        return 0;
+    KV_REPORT(errors, UpdateFailed, origin, address.toString());
+    return -1;
+}
+
+long KvCInventoryManager::updateStatus(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                                       const KvCInventoryAddress& address, EUpdateStatus& state, FirmwareType& type,
+                                       KvUInt32& value1, KvUInt32& value2) const
+{
+    constexpr const char* origin = "KvCInventoryManager::updateStatus";
+    RemoteCall<KvInventoryManagerRpcIFUpdateStatusResult> remote(errors, client, origin, Procedure::updateStatus);
+    if (!remote.callAt(address, KvNInventoryRpc::updateStatus))
+        return -1;
+    const KvInventoryManagerRpcIFUpdateStatusResult& result = remote.result();
+    if (result.status != 0) {
+        KV_REPORT(errors, UpdateStatusFailed, origin, address.toString());
+        return -1;
+    }
+    type = fromWire(result.firmwareType);
+    state = fromWire(result.updateState);
+    value1 = result.value1;
+    value2 = result.value2;
+    return 0;
+}
+
+long KvCInventoryManager::updateStatus2(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                                        const KvCInventoryAddress& address, KvUInt32& value1, KvUInt32& value2,
+                                        KvUInt32& value3, KvUInt32& value4) const
+{
+    constexpr const char* origin = "KvCInventoryManager::updateStatus2";
+    RemoteCall<KvInventoryManagerRpcIFUpdateStatus2Result> remote(errors, client, origin, Procedure::updateStatus2);
+    if (!remote.callAt(address, KvNInventoryRpc::updateStatus2, value1))
+        return -1;
+    const KvInventoryManagerRpcIFUpdateStatus2Result& result = remote.result();
+    if (result.status != 0) {
+        KV_REPORT(errors, UpdateStatusFailed, origin, address.toString());
+        return -1;
+    }
+    value1 = result.value1;
+    value2 = result.value2;
+    value3 = result.value3;
+    value4 = result.value4;
+    return 0;
+}
+
+long KvCInventoryManager::updateErrors(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                                       const KvCInventoryAddress& address, KvUInt32 accessId) const
+{
+    constexpr const char* origin = "KvCInventoryManager::updateErrors";
+    StatusCall remote(errors, client, origin, Procedure::updateErrors);
+    if (!remote.callAt(address, KvNInventoryRpc::updateErrors, accessId))
+        return -1;
+    if (remote.result().status == 0)
+        return 0;
+    KV_REPORT(errors, UpdateResultsFailed, origin, address.toString());
+    return -1;
+}
+
+long KvCInventoryManager::updateErrors2(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                                        const KvCInventoryAddress& address, KvUInt32 accessId, KvUInt32 index,
+                                        KvCErrorListPool& updateErrorList) const
+{
+    constexpr const char* origin = "KvCInventoryManager::updateErrors2";
+    RemoteCall<KvInventoryManagerRpcIFUpdateErrors2Result> remote(errors, client, origin, Procedure::updateErrors2);
+    if (!remote.callAt(address, KvNInventoryRpc::updateErrors2, accessId, index))
+        return -1;
+    const KvNInventoryRpc::Opaque& received = remote.result().errors;
+    if (received.length != 0)
+        updateErrorList.deSerialize(reinterpret_cast<const unsigned char*>(received.data), received.length);
+    if (remote.result().status == 0)
+        return 0;
+    KV_REPORT(errors, UpdateResultsFailed, origin, address.toString());
+    return -1;
+}
+
+long KvCInventoryManager::updateFinish(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                                       const KvCInventoryAddress& address, KvUInt32 accessId) const
+{
+    constexpr const char* origin = "KvCInventoryManager::updateFinish";
+    StatusCall remote(errors, client, origin, Procedure::updateFinish);
+    if (!remote.callAt(address, KvNInventoryRpc::updateFinish, accessId))
+        return -1;
+    if (remote.result().status == 0)
+        return 0;
+    KV_REPORT(errors, UpdateFinishFailed, origin, address.toString());
+    return -1;
+}
