@@ -14,8 +14,8 @@ namespace KvNFiles {
 
 /**
  * A file in the making. What is written goes into a new file beside `path`; commit() syncs it, renames it to `path` and
- * syncs the folder. Without commit() nothing remains. A link is followed, the permissions of a file that is replaced are
- * kept, and what is not a regular file (a device, a pipe) is written to as it is.
+ * syncs the folder. Without commit() nothing remains. A link is followed, the permissions of a file that is replaced
+ * are kept, and what is not a regular file (a device, a pipe) is written to as it is.
  */
 class NewFile
 {
@@ -52,7 +52,8 @@ bool writeFile(const std::string& path, const void* data, std::size_t bytes, std
 /** Removes what unfinished NewFiles have made; may be called by a handler of signals that ends the process. */
 void removeUnfinished() noexcept;
 
-/** A file, or standard input for the path "-", read piece by piece. A folder is a problem, anything else can be read. */
+/** A file, or standard input for the path "-", read piece by piece. A folder is a problem, anything else can be read.
+ */
 class Reader
 {
 public:

@@ -36,10 +36,16 @@ private:
     std::string_view m_text;
 };
 
-/** A number as it stands in the document: integers of up to 64 bits exactly, everything else as a double and its text. */
+/** A number as it stands in the document: integers of up to 64 bits exactly, everything else as a double and its text.
+ */
 struct Number
 {
-    enum class Kind { Signed, Unsigned, Float };
+    enum class Kind
+    {
+        Signed,
+        Unsigned,
+        Float
+    };
     Kind kind = Kind::Unsigned;
     std::int64_t asSigned = 0;     ///< negative integers (Kind::Signed)
     std::uint64_t asUnsigned = 0;  ///< other integers (Kind::Unsigned)

@@ -1,0 +1,191 @@
+#include "platform/host/KvNHost.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+#if defined(_WIN32)
+#include <io.h>
+#include <process.h>
+#else
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+#endif
+
+namespace KvNHost {
+
+namespace {
+
+void (*g_interrupted)(int signal) = nullptr;
+
+}  // namespace
+
+const char* environment(const char* name)
+{
+    return std::getenv(name);
+}
+
+bool wasBrokenPipe()
+{
+    return errno == EPIPE;
+}
+
+#if defined(_WIN32)
+
+bool isTerminal(std::FILE* stream)
+{
+    return _isatty(_fileno(stream)) != 0;
+}
+
+void survivePipes() {}
+
+void onInterrupt(void (*function)(int signal))
+{
+    g_interrupted = function;
+    std::signal(SIGINT, function);
+    std::signal(SIGTERM, function);
+}
+
+void endNow(int status) noexcept
+{
+    _exit(status);
+}
+
+Ending run(const std::vector<std::string>& command, const std::vector<std::pair<std::string, std::string>>& additions)
+{
+    Ending ending;
+    for (const auto& [name, value] : additions)
+        _putenv_s(name.c_str(), value.c_str());
+    std::vector<const char*> arguments;
+    for (const std::string& argument : command)
+        arguments.push_back(argument.c_str());
+    arguments.push_back(nullptr);
+    const auto status = _spawnvp(_P_WAIT, arguments[0], arguments.data());
+    ending.started = status != -1;
+    ending.status = static_cast<int>(status);
+    if (!ending.started)
+        ending.problem = command[0] + ": " + std::generic_category().message(errno);
+    return ending;
+}
+
+#else
+
+namespace {
+
+std::atomic<pid_t> g_child{0};
+
+void handle(int signal)
+{
+    // The terminal sends an interruption to every process of the group; what was sent to this one alone goes on.
+    const pid_t child = g_child;
+    if (child > 0 && signal != SIGINT)
+        kill(child, signal);
+    if (g_interrupted != nullptr)
+        g_interrupted(signal);
+}
+
+/** The environment of this process with `additions` in place of what had their names. */
+std::vector<std::string> environmentWith(const std::vector<std::pair<std::string, std::string>>& additions)
+{
+    std::vector<std::string> all;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        bool replaced = false;
+        for (const auto& addition : additions) {
+            const std::size_t length = addition.first.size();
+            replaced =
+                replaced || (std::strncmp(*entry, addition.first.c_str(), length) == 0 && (*entry)[length] == '=');
+        }
+        if (!replaced)
+            all.emplace_back(*entry);
+    }
+    for (const auto& [name, value] : additions)
+        all.push_back(name + "=" + value);
+    return all;
+}
+
+std::vector<char*> pointers(const std::vector<std::string>& texts)
+{
+    std::vector<char*> list;
+    for (const std::string& text : texts)
+        list.push_back(const_cast<char*>(text.c_str()));
+    list.push_back(nullptr);
+    return list;
+}
+
+int waitFor(pid_t child)
+{
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR)
+            return 127;
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+}  // namespace
+
+bool isTerminal(std::FILE* stream)
+{
+    return isatty(fileno(stream)) == 1;
+}
+
+void survivePipes()
+{
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+void onInterrupt(void (*function)(int signal))
+{
+    g_interrupted = function;
+    struct sigaction action = {};
+    action.sa_handler = handle;
+    sigemptyset(&action.sa_mask);
+    // No SA_RESTART for a user who waits: what blocks is to come back.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction former = {};
+        if (sigaction(signal, nullptr, &former) == 0 && former.sa_handler == SIG_IGN)
+            continue;  // started so that it goes on in the background, by nohup for example
+        sigaction(signal, &action, nullptr);
+    }
+}
+
+void endNow(int status) noexcept
+{
+    _exit(status);
+}
+
+Ending run(const std::vector<std::string>& command, const std::vector<std::pair<std::string, std::string>>& additions)
+{
+    Ending ending;
+    const std::vector<std::string> variables = environmentWith(additions);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t restored;
+    sigemptyset(&restored);
+    sigaddset(&restored, SIGPIPE);
+    posix_spawnattr_setsigdefault(&attributes, &restored);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    pid_t child = 0;
+    const int error = posix_spawnp(&child, command[0].c_str(), nullptr, &attributes, pointers(command).data(),
+                                   pointers(variables).data());
+    posix_spawnattr_destroy(&attributes);
+    if (error != 0) {
+        ending.problem = command[0] + ": " + std::generic_category().message(error);
+        return ending;
+    }
+    g_child = child;
+    ending.started = true;
+    ending.status = waitFor(child);
+    g_child = 0;
+    return ending;
+}
+
+#endif
+
+}  // namespace KvNHost

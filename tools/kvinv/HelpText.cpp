@@ -1,0 +1,165 @@
+#include "tools/kvinv/CommandLine.h"
+
+namespace {
+
+constexpr const char* purpose = "the hardware and software inventory of real-time test systems";
+constexpr const char* selection =
+    "Boards are selected by --ip LIST, --subnet MASK or --system NAME; without one, the boards on this host's own "
+    "networks are meant. KVDAL_PORTMAP_PORT in the environment names another port than 111 for their port mappers.";
+constexpr const char* statuses =
+    "0 done; 1 failed; 2 wrong usage; 3 a result was delivered but is incomplete, because some boards failed. diff: 0 "
+    "the "
+    "same, 1 different, 2 trouble. lock: that of COMMAND. A reader of the output that goes away early is no failure.";
+constexpr std::size_t lineWidth = 100;
+
+/** `text` in lines, with `column` blanks in front of all but the first. */
+std::string wrapped(std::string_view text, std::size_t column)
+{
+    std::string out;
+    std::size_t used = column;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find(' '), text.size());
+        if (used + end + 1 > lineWidth && used > column) {
+            out += '\n' + std::string(column, ' ');
+            used = column;
+        } else if (used > column) {
+            out += ' ';
+            ++used;
+        }
+        out += text.substr(0, end);
+        used += end;
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return out + '\n';
+}
+
+/** "-o, --output FILE" */
+std::string optionTitle(const OptionRow& row)
+{
+    std::string title = row.names;
+    if (const std::size_t comma = title.find(','); comma != std::string::npos)
+        title.insert(comma + 1, " ");
+    if (row.value != nullptr)
+        title += std::string(" ") + row.value;
+    return title;
+}
+
+std::string optionLines(const std::vector<const OptionRow*>& rows)
+{
+    constexpr std::size_t column = 24;
+    std::string out;
+    for (const OptionRow* row : rows) {
+        std::string title = "  " + optionTitle(*row);
+        title.resize(std::max(title.size() + 2, column), ' ');
+        out += title + wrapped(row->help, column);
+    }
+    return out;
+}
+
+std::string usage(const CommandRow& command)
+{
+    std::string text = std::string("kvinv ") + command.name + " [OPTION ...]";
+    return *command.arguments != '\0' ? text + " " + command.arguments : text;
+}
+
+/** The options of a command that are its own. */
+std::string commandHelp(const CommandRow& command)
+{
+    std::string out = "usage: " + usage(command) + "\n\n" + wrapped(command.description, 0);
+    if (!command.options.empty())
+        out += "\noptions:\n" + optionLines(command.options);
+    out += "\noptions of every command:\n" + optionLines(commonOptions());
+    return out + "\nexample:\n  " + command.example + "\n  " + wrapped(std::string("    ") + command.exampleMeaning, 6);
+}
+
+std::string programHelp()
+{
+    std::string out = "usage: kvinv [OPTION ...] COMMAND [OPTION ...] [ARGUMENT ...]\n\n";
+    out += wrapped(std::string("kvinv reads and changes ") + purpose + ".", 0) + "\ncommands:\n";
+    for (const CommandRow& command : commands()) {
+        std::string name = std::string("  ") + command.name;
+        name.resize(12, ' ');
+        out += name + command.summary + "\n";
+    }
+    out += "\noptions of every command:\n" + optionLines(commonOptions());
+    out += "\n" + wrapped(selection, 0) + "\nexit status: " + wrapped(statuses, 2);
+    out += "\nexample:\n  kvinv scan -o rack.inv && kvinv show rack.inv\n";
+    return out + "\nkvinv COMMAND --help says more about a command.\n";
+}
+
+/** A text as man takes it: hyphens that stay hyphens, no line that looks like a request. */
+std::string forMan(std::string_view text)
+{
+    std::string out;
+    for (const char c : text) {
+        if (c == '\\')
+            out += "\\e";
+        else if (c == '-')
+            out += "\\-";
+        else
+            out += c;
+    }
+    if (!out.empty() && (out[0] == '.' || out[0] == '\''))
+        out.insert(0, "\\&");
+    return out;
+}
+
+std::string manOptions(const std::vector<const OptionRow*>& rows)
+{
+    std::string out;
+    for (const OptionRow* row : rows)
+        out += ".TP\n.B " + forMan(optionTitle(*row)) + "\n" + forMan(row->help) + "\n";
+    return out;
+}
+
+}  // namespace
+
+std::string helpText(const CommandRow* command)
+{
+    return command != nullptr ? commandHelp(*command) : programHelp();
+}
+
+std::string manualText()
+{
+    std::string out = ".TH KVINV 1 \"\" \"Korvel Inventory\" \"User commands\"\n.SH NAME\nkvinv \\- ";
+    out += forMan(purpose) + "\n.SH SYNOPSIS\n.B kvinv\n[OPTION ...] COMMAND [OPTION ...] [ARGUMENT ...]\n";
+    out += ".SH DESCRIPTION\n" + forMan(selection) + "\n.SH COMMANDS\n";
+    for (const CommandRow& command : commands()) {
+        out +=
+            ".SS " + forMan(usage(command)) + "\n" + forMan(command.description) + "\n" + manOptions(command.options);
+        out += ".TP\nExample:\n.B " + forMan(command.example) + "\n.br\n" + forMan(command.exampleMeaning) + "\n";
+    }
+    out += ".SH OPTIONS\n" + manOptions(commonOptions());
+    return out + ".SH EXIT STATUS\n" + forMan(statuses) + "\n";
+}
+
+std::string completionText()
+{
+    const auto names = [](const std::vector<const OptionRow*>& rows) {
+        std::string list;
+        for (const OptionRow* row : rows) {
+            const std::string all = row->names;
+            list += " " + all.substr(all.find("--"));
+        }
+        return list;
+    };
+    std::string all;
+    std::string cases;
+    for (const CommandRow& command : commands()) {
+        all += std::string(" ") + command.name;
+        cases += std::string("        ") + command.name + ") own=\"" + names(command.options) + "\" ;;\n";
+    }
+    return "# Completion of kvinv for bash.\n_kvinv()\n{\n    local word=\"${COMP_WORDS[COMP_CWORD]}\" own=\"\" i\n"
+           "    local commands=\"" +
+           all + "\" common=\"" + names(commonOptions()) +
+           "\" command=\"\"\n"
+           "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
+           "        [[ \" $commands \" == *\" ${COMP_WORDS[i]} \"* ]] && { command=\"${COMP_WORDS[i]}\"; break; }\n"
+           "    done\n    case \"$command\" in\n" +
+           cases +
+           "    esac\n"
+           "    if [[ \"$word\" == -* ]]; then\n        COMPREPLY=($(compgen -W \"$own $common\" -- \"$word\"))\n"
+           "    elif [[ -z \"$command\" ]]; then\n        COMPREPLY=($(compgen -W \"$commands\" -- \"$word\"))\n"
+           "    else\n        COMPREPLY=($(compgen -f -- \"$word\"))\n    fi\n}\ncomplete -o filenames -F _kvinv "
+           "kvinv\n";
+}
