@@ -37,6 +37,7 @@ enum Result : KvInt32
     NoAccess = 14,         /**< no access level has been granted to that lock, or none is in force */
     AccessLost = 15,       /**< the lease has ended, or the board has forgotten the lock */
     AccessAdopted = 16,    /**< the lock belongs to someone else, who keeps it: its level cannot be changed here */
+    Cancelled = 17,        /**< KvCRpcClient::cancelAll ended the search */
     ListTooSmall = 21,     /**< the list given has fewer entries than there are boards */
     BoardRefused = 100 /**< 100 + the status by which the board refused: BoardLocked and the following */,
     BoardLocked = 101,    /**< someone else holds the board */
@@ -118,7 +119,7 @@ KV_EXPORT KvInt32 KvDAL_setFilterParameter(KvCErrorListPool& errors, void* filte
  * hosts; of loopback, 127.0.0.0/24. Otherwise the interfaces' own networks are asked. A board that answers its port
  * mapper but not the question for its identity, or not rightly, is left out and warned of
  * (KvCErrorManager::sendWarning). The boards come in the order of the filter's addresses, else by IP address.
- * Results: InvalidHandle, NetworkFailed, OutOfMemory; finding no board is no failure.
+ * Results: InvalidHandle, NetworkFailed, OutOfMemory, Cancelled; finding no board is no failure.
  */
 KV_EXPORT KvInt32 KvDAL_applyFilter(KvCErrorListPool& errors, void* filter);
 

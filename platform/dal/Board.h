@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "platform/KvTypes.h"
+#include "platform/errorhandling/KvCErrorList.h"
+
+class KvCRpcClient;
+
+namespace KvNDeviceAccess {
+
+/**
+ * One board in use: what all its handles share, found by IP address and serial number. It counts the handles that
+ * stand for it; with the last one its clients are deleted. All boards are guarded by one mutex, which is never held
+ * while something is sent or deleted. "Owner" is the handle through which something was asked for.
+ */
+class Board
+{
+public:
+    /** What claimClient() came to. */
+    enum class Claim
+    {
+        Registered,   // there is a client
+        Granted,      // there is none, and the caller is the one who makes it
+        HeldByCaller  // this thread is making it already
+    };
+
+    /** The board with that address and serial number, one handle more. Throws std::bad_alloc. */
+    static std::shared_ptr<Board> attach(KvUInt32 ipAddress, KvUInt32 serialNumber);
+    /** One handle less. */
+    void detach() noexcept;
+
+    explicit Board(KvUInt32 ipAddress, KvUInt32 serialNumber) noexcept;
+    ~Board();
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+
+    KvUInt32 ipAddress() const { return m_ipAddress; }
+    KvUInt32 serialNumber() const { return m_serialNumber; }
+    /** The address as a dotted quad. */
+    const char* address() const { return m_address; }
+
+    /** The client registered under `key`, or null. */
+    KvCRpcClient* client(KvUInt32 key) noexcept;
+    /** Waits while another thread has the claim on `key`; then `client` is the registered one, or the caller has the
+        claim. Throws std::bad_alloc. */
+    Claim claimClient(KvUInt32 key, const void* owner, KvCRpcClient*& client);
+    /** Registers `client` unless there is one; the claim on `key` ends when the calling thread has it, also when this
+        fails or `client` is null. Throws std::bad_alloc. */
+    bool registerClient(KvUInt32 key, KvCRpcClient* client);
+    /** Ends the claims that were made through `owner`. */
+    void endClaims(const void* owner) noexcept;
+
+    /** Enters `owner` among those whose access id may be in force, until removeAccess(). Throws std::bad_alloc. */
+    void addAccess(const void* owner);
+    /** The access id of an owner that was entered; 0: none. The one that was set last is in force. */
+    void setAccess(const void* owner, KvUInt32 accessId) noexcept;
+    void removeAccess(const void* owner) noexcept;
+    /** The access id in force; 0: none. */
+    KvUInt32 accessInForce() const noexcept;
+
+private:
+    struct Client
+    {
+        KvUInt32 key;
+        KvCRpcClient* client;
+        const void* claimedThrough;  // null: no claim
+        std::thread::id claimedBy;
+    };
+    struct Access
+    {
+        const void* owner;
+        KvUInt32 id;
+    };
+    Client* entryOf(KvUInt32 key) noexcept;
+
+    const KvUInt32 m_ipAddress;
+    const KvUInt32 m_serialNumber;
+    char m_address[16];
+    std::size_t m_handles = 0;
+    std::vector<Client, KvNAllocation::Allocator<Client>> m_clients;
+    std::vector<Access, KvNAllocation::Allocator<Access>> m_access;
+};
+
+}  // namespace KvNDeviceAccess

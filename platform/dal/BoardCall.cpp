@@ -1,0 +1,139 @@
+#include "platform/dal/BoardCall.h"
+
+#include <memory>
+#include <new>
+
+#include "base/Report.h"
+#include "platform/dal/DeviceAccessRecords.h"
+#include "platform/dal/KvDALBase.h"
+#include "platform/oncrpc/KvCRpcClient.h"
+
+namespace KvNDeviceAccess {
+
+namespace {
+
+constexpr KvUInt32 callMicroseconds = 5000000;
+
+/* Ends the claim on the board's client on every way out. */
+class ClientClaim
+{
+public:
+    explicit ClientClaim(Board& board) noexcept : m_board(board) {}
+    ~ClientClaim()
+    {
+        if (!m_ended)
+            m_board.registerClient(deviceAccessProgram, nullptr);
+    }
+    ClientClaim(const ClientClaim&) = delete;
+    ClientClaim& operator=(const ClientClaim&) = delete;
+
+    KvCRpcClient* end(std::unique_ptr<KvCRpcClient> client)
+    {
+        m_ended = true;
+        if (m_board.registerClient(deviceAccessProgram, client.get()))
+            return client.release();
+        return m_board.client(deviceAccessProgram);
+    }
+
+private:
+    Board& m_board;
+    bool m_ended = false;
+};
+
+KvCRpcClient* clientOf(KvCErrorListPool& errors, Board& board)
+{
+    KvCRpcClient* known = nullptr;
+    if (board.claimClient(deviceAccessProgram, &board, known) == Board::Claim::Registered)
+        return known;
+    ClientClaim claim(board);
+    const KvNReport::Watch watch(errors);
+    std::unique_ptr<KvCRpcClient> made(new (errors) KvCRpcClient(errors, board.address()));
+    if (made == nullptr)
+        throw std::bad_alloc();
+    made->setParameter(errors, KvCRpcClient::Program, deviceAccessProgram);
+    made->setParameter(errors, KvCRpcClient::Version, deviceAccessVersion);
+    made->setParameter(errors, KvCRpcClient::CallTimeout, callMicroseconds);
+    if (watch.grew())
+        return nullptr;
+    return claim.end(std::move(made));
+}
+
+void append(KvCErrorListPool& errors, const KvCErrorListPool& more)
+{
+    const std::vector<unsigned char> block = more.serialize();
+    errors.deSerialize(block.data(), static_cast<unsigned long>(block.size()));
+}
+
+}  // namespace
+
+KvInt32 callBoard(KvCErrorListPool& errors, const char* origin, Board& board, BoardCall& call)
+{
+    KvCRpcClient* client = clientOf(errors, board);
+    long outcome = KvCRpcClient::OutOfMemory;
+    if (client != nullptr) {
+        KvCErrorListPool first;
+        outcome = client->clntCall(first, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
+        if (outcome == KvCRpcClient::TimedOut || outcome == KvCRpcClient::ConnectionLost) {
+            call.repeated = true;
+            KvNXdr::xdr_free(call.decoder, call.result);
+            outcome = client->clntCall(errors, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
+        } else if (outcome != KvCRpcClient::Success) {
+            append(errors, first);
+        }
+    }
+    if (outcome == KvCRpcClient::Success)
+        return Ok;
+    KV_REPORT(errors, DalConnectionFailed, origin, board.address());
+    return ConnectionFailed;
+}
+
+KvInt32 reportRefusal(KvCErrorListPool& errors, const char* origin, const Board& board, KvInt32 status,
+                      const char* owner)
+{
+    const char* address = board.address();
+    const KvInt32 result = BoardRefused + status;
+    switch (result) {
+        case BoardLocked:
+            KV_REPORT(errors, DalBoardLocked, origin, address,
+                      owner == nullptr || owner[0] == 0 ? "someone else" : owner);
+            return result;
+        case BoardBadAccess:
+            KV_REPORT(errors, DalBoardBadAccess, origin, address);
+            return result;
+        case BoardBadArgument:
+            KV_REPORT(errors, DalBoardBadArgument, origin, address);
+            return result;
+        case BoardBadName:
+            KV_REPORT(errors, DalBoardBadName, origin, address);
+            return result;
+        case BoardNotFound:
+            KV_REPORT(errors, DalBoardNotFound, origin, address);
+            return result;
+        case BoardNoTransfer:
+            KV_REPORT(errors, DalBoardNoTransfer, origin, address);
+            return result;
+        case BoardOutOfOrder:
+            KV_REPORT(errors, DalBoardOutOfOrder, origin, address);
+            return result;
+        case BoardCorrupt:
+            KV_REPORT(errors, DalBoardCorrupt, origin, address);
+            return result;
+        case BoardNoSpace:
+            KV_REPORT(errors, DalBoardNoSpace, origin, address);
+            return result;
+        case BoardIo:
+            KV_REPORT(errors, DalBoardIo, origin, address);
+            return result;
+        case BoardBusy:
+            KV_REPORT(errors, DalBoardBusy, origin, address);
+            return result;
+        case BoardLimit:
+            KV_REPORT(errors, DalBoardLimit, origin, address);
+            return result;
+        default:
+            KV_REPORT(errors, DalBoardRefused, origin, address, status);
+            return BoardRefused;
+    }
+}
+
+}  // namespace KvNDeviceAccess
