@@ -102,6 +102,7 @@ private:
     char* make(std::size_t length, const char* origin);
     void set(const char* s, std::size_t length, const char* origin);
     void copyLong(const KvCString& other, const char* origin);
+    KvCString joined(const char* other, std::size_t otherLength) const;
     void clear() noexcept;
 
     alignas(void*) char m_bytes[capacity + 1] = {};

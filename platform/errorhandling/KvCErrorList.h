@@ -148,11 +148,15 @@ private:
     struct Entry;
     class Lock;
 
-    static constexpr std::size_t spareBytes = 256;
+    static constexpr std::size_t spareBytes = 320;
 
-    void append(Entry* entry, KvUInt32 index) noexcept;
-    Entry* makeSpare() noexcept;
-    const Entry* find(KvUInt32 i) const noexcept;
+    template <class Texts>
+    void append(KvUInt32 code, unsigned long line, Texts texts) noexcept;
+    template <class Visitor>
+    void visit(Visitor&& visitor) const;
+    Entry* spare() const noexcept;
+    Entry* find(KvUInt32 i) const noexcept;
+    KvUInt32 kept() const noexcept { return m_kept + (m_spareUsed ? 1 : 0); }
     bool makeRoom(KvUInt32 entries) noexcept;
     void drop() noexcept;
 
@@ -163,8 +167,8 @@ private:
     KvUInt32 m_growth;
     Kind m_kind;
     bool m_spareUsed = false;
-    Entry** m_entries = nullptr;                                  // in the order of their numbers
-    alignas(std::max_align_t) unsigned char m_spare[spareBytes];  // the entry that needs no memory
+    Entry** m_entries = nullptr;                                          // in the order of their numbers
+    alignas(std::max_align_t) mutable unsigned char m_spare[spareBytes];  // the entry that needs no memory
 };
 
 /**
