@@ -1,29 +1,59 @@
 #include "tools/kvboardd/Log.h"
 
-#include <cstdio>
+#include <chrono>
+
+#include "tools/common/Text.h"
+#include "tools/kvboardd/system/StandardError.h"
 
 namespace KvNBoardService {
 
-void log(std::string_view line) noexcept
+namespace {
+
+/** Lines that a second may have: whoever makes the service log without end must not fill the disk. */
+constexpr unsigned linesPerSecond = 100;
+constexpr std::size_t longestLine = 2000;
+
+struct Rate
 {
-    // One call, so that a line stays whole whatever else writes there.
-    std::fprintf(stderr, "kvboardd: %.*s\n", static_cast<int>(line.size()), line.data());
+    std::chrono::steady_clock::time_point second;
+    unsigned lines = 0;
+    unsigned leftOut = 0;
+};
+
+void write(std::string_view line)
+{
+    std::string text = "kvboardd: ";
+    text += line.substr(0, longestLine);
+    text += '\n';
+    writeStandardError(text);
 }
 
-std::string escaped(std::string_view text, std::size_t maximum)
+}  // namespace
+
+void log(std::string_view line) noexcept
 {
-    static constexpr char digits[] = "0123456789ABCDEF";
-    std::string result;
-    for (const char character : text.substr(0, maximum)) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x20 && byte < 0x7F && byte != '\\') {
-            result += character;
-        } else {
-            result += "\\x";
-            result += digits[byte >> 4];
-            result += digits[byte & 0xF];
+    static Rate rate;
+    try {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - rate.second >= std::chrono::seconds(1)) {
+            if (rate.leftOut != 0)
+                write(std::to_string(rate.leftOut) + " lines left out");
+            rate = {now, 0, 0};
         }
+        if (rate.lines == linesPerSecond) {
+            ++rate.leftOut;
+            return;
+        }
+        ++rate.lines;
+        write(line);
+    } catch (...) {
+        // Without memory there is nothing to say it with.
     }
+}
+
+std::string shown(std::string_view text, std::size_t maximum)
+{
+    std::string result = KvNText::escaped(text.substr(0, maximum));
     if (text.size() > maximum)
         result += "...";
     return result;
@@ -32,10 +62,10 @@ std::string escaped(std::string_view text, std::size_t maximum)
 std::string addressText(KvUInt32 address)
 {
     std::string result;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        if (shift != 24)
+    for (unsigned shift = 32; shift != 0; shift -= 8) {
+        if (shift != 32)
             result += '.';
-        result += std::to_string((address >> shift) & 0xFF);
+        result += std::to_string((address >> (shift - 8)) & 0xFF);
     }
     return result;
 }

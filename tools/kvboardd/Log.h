@@ -7,12 +7,12 @@
 
 namespace KvNBoardService {
 
-/** One line on standard error, "kvboardd: " before it; `line` is written as it is. Never throws. */
+/** One line on standard error, "kvboardd: " before it; `line` is written as it is. Never throws and never waits: lines
+    that nobody reads, or that are too many for a second, are left out. One thread. */
 void log(std::string_view line) noexcept;
 
-/** A text from outside as it may be shown: control characters, backslashes and bytes beyond ASCII as \xNN, at most
-    `maximum` bytes of it. */
-std::string escaped(std::string_view text, std::size_t maximum = 255);
+/** A text from outside as it may be shown: escaped, and at most `maximum` bytes of it. */
+std::string shown(std::string_view text, std::size_t maximum = 255);
 
 /** An IPv4 address, a host-order number, in dotted form. */
 std::string addressText(KvUInt32 address);

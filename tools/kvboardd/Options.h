@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "platform/KvTypes.h"
+
+namespace KvNBoardService {
+
+/** What the command line says. Times are in seconds, sizes in bytes. */
+struct Options
+{
+    std::string boards;
+    std::string state;             ///< empty: values last as long as the process
+    std::uint16_t portMapper = 0;  ///< port of the port mapper of each board; 0: none
+    bool rpcbind = false;
+    std::uint16_t port = 0;  ///< of the services; 0: any
+    bool allAddresses = false;
+
+    unsigned leaseSeconds = 20;
+    unsigned maximumLocks = 64;
+    unsigned wrongIds = 10;
+    unsigned wrongIdSeconds = 60;
+    std::size_t textBytes = 65536;
+    std::size_t chunkBytes = 1048576;
+
+    unsigned connections = 64;
+    unsigned connectionsPerSource = 8;
+    unsigned callsPerConnection = 16;
+    unsigned firstRecordSeconds = 10;
+    unsigned recordSeconds = 10;
+    unsigned outputSeconds = 10;
+    unsigned idleSeconds = 300;
+    std::size_t requestBytes = 1048576 + 4096;
+    std::size_t memoryBytes = std::size_t(64) << 20;
+};
+
+/** Whether the program goes on after its command line was read; else it ends with `status`. */
+struct CommandLine
+{
+    bool proceed = false;
+    int status = 0;
+    /** For standard output with status 0, else for standard error. */
+    std::string text;
+    Options options;
+};
+
+/** Reads the command line: status 0 for help and version, 2 for a wrong one, with the reason in `text`. */
+CommandLine readCommandLine(int count, const char* const* arguments);
+
+}  // namespace KvNBoardService

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/KvTypes.h"
+
+namespace KvNBoardService {
+
+class Directory;
+
+/**
+ * Where one board's state lasts: the folder SERIAL in the folder given with --state, and in it `inventory.inv`, the
+ * board's tree with the values written as an inventory section. One service at a time uses it.
+ */
+class Store
+{
+public:
+    /** Opens the store of board `serial` in the folder `directory`, made when it is not there; null, and why in
+        `problem`. */
+    static std::unique_ptr<Store> open(const std::string& directory, KvUInt32 serial, std::string& problem);
+    ~Store();
+
+    /** The section last written; no bytes when none has been. False, and why in `problem`, when it cannot be read. */
+    bool readInventory(std::vector<unsigned char>& section, std::string& problem) const;
+
+    /** Replaces the section as a whole: it is the old or the new one at any instant. */
+    bool writeInventory(std::span<const unsigned char> section, std::string& problem) const;
+
+    /** The name of the section's file, for messages. */
+    const std::string& inventoryName() const { return m_inventoryName; }
+
+private:
+    Store(std::unique_ptr<Directory> directory, std::string inventoryName);
+
+    std::unique_ptr<Directory> m_directory;
+    std::string m_inventoryName;
+};
+
+}  // namespace KvNBoardService
