@@ -1,7 +1,6 @@
 #include "tools/kvboardd/BoardFile.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <memory>
@@ -13,6 +12,7 @@
 #include "inventory/KvCInventoryItem.h"
 #include "inventory/ids/KvNInventoryIDs.h"
 #include "platform/errorhandling/KvCErrorList.h"
+#include "platform/files/KvNFiles.h"
 #include "tools/common/JsonEvents.h"
 #include "tools/common/TreeJson.h"
 #include "tools/kvboardd/Log.h"
@@ -29,22 +29,14 @@ constexpr std::size_t shownTextBytes = 100;
 class FileSource : public KvNJson::Source
 {
 public:
-    explicit FileSource(const std::string& path) : m_file(std::fopen(path.c_str(), "rb")), m_block(65536) {}
-    ~FileSource() override
-    {
-        if (m_file != nullptr)
-            std::fclose(m_file);
-    }
-    FileSource(const FileSource&) = delete;
-    FileSource& operator=(const FileSource&) = delete;
-
-    bool isOpen() const { return m_file != nullptr; }
-    bool failed() const { return std::ferror(m_file) != 0; }
-    std::string_view next() override { return {m_block.data(), std::fread(m_block.data(), 1, m_block.size(), m_file)}; }
+    bool open(const std::string& path) { return m_file.open(path); }
+    /** Why something failed; empty while nothing did. */
+    const std::string& problem() const { return m_file.problem(); }
+    std::string_view next() override { return {m_block.data(), m_file.read(m_block.data(), m_block.size())}; }
 
 private:
-    std::FILE* m_file;
-    std::vector<char> m_block;
+    KvNFiles::Reader m_file;
+    std::vector<char> m_block = std::vector<char>(65536);
 };
 
 bool isRegularFile(const std::string& path, std::string& problem)
@@ -78,15 +70,16 @@ std::unique_ptr<KvCInventoryItem> readTreeFile(const std::string& path, std::str
     std::unique_ptr<KvCInventoryItem> tree = readSection(path, problem);
     if (tree || !problem.empty())
         return tree;
-    FileSource source(path);
-    if (!source.isOpen()) {
-        problem = path + ": cannot be opened";
-        return nullptr;
+    FileSource source;
+    if (source.open(path)) {
+        tree = KvNTreeJson::readTree(source, problem);
+        if (!tree)
+            problem = path + ": " + problem;
     }
-    tree = KvNTreeJson::readTree(source, problem);
-    if (!tree || source.failed())
-        problem = path + ": " + (source.failed() ? "cannot be read" : problem);
-    return source.failed() ? nullptr : std::move(tree);
+    if (source.problem().empty())
+        return tree;
+    problem = source.problem();
+    return nullptr;
 }
 
 /** Whether a board's tree may have this root: HCN or CN with the serial number as its index. */
@@ -413,19 +406,14 @@ bool readBoardFile(const std::string& path, std::vector<BoardDescription>& board
         boards.push_back(std::move(board));
         return true;
     }
-    FileSource source(path);
-    if (!source.isOpen()) {
-        problem = path + ": cannot be opened";
-        return false;
-    }
-    if (!parse(source, path, std::filesystem::path(path).parent_path().string(), boards, problem))
-        return false;
-    if (source.failed()) {
-        boards.clear();
-        problem = path + ": cannot be read";
-        return false;
-    }
-    return true;
+    FileSource source;
+    const bool good =
+        source.open(path) && parse(source, path, std::filesystem::path(path).parent_path().string(), boards, problem);
+    if (source.problem().empty())
+        return good;
+    boards.clear();
+    problem = source.problem();
+    return false;
 }
 
 }  // namespace KvNBoardService

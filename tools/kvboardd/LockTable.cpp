@@ -113,10 +113,10 @@ std::vector<LockTable::Holder> LockTable::holders(Time now)
     return result;
 }
 
-bool LockTable::isHeldFrom(Time now, KvUInt32 host)
+bool LockTable::isHeld(Time now, KvUInt32 accessId)
 {
     expire(now);
-    return std::any_of(m_locks.begin(), m_locks.end(), [&](const Lock& lock) { return lock.host == host; });
+    return std::any_of(m_locks.begin(), m_locks.end(), [&](const Lock& lock) { return lock.accessId == accessId; });
 }
 
 void LockTable::expire(Time now)

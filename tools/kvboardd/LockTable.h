@@ -108,8 +108,8 @@ public:
     /** All locks, in the order in which they were given. */
     std::vector<Holder> holders(Time now);
 
-    /** Whether a lock is held from that host. */
-    bool isHeldFrom(Time now, KvUInt32 host);
+    /** Whether a lock is held with that id; never counted as a wrong id. */
+    bool isHeld(Time now, KvUInt32 accessId);
 
     /** Ends the locks whose lease has ended; every operation does so first. */
     void expire(Time now);

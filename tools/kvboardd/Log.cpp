@@ -2,8 +2,8 @@
 
 #include <chrono>
 
+#include "platform/service/StandardError.h"
 #include "tools/common/Text.h"
-#include "tools/kvboardd/system/StandardError.h"
 
 namespace KvNBoardService {
 
@@ -25,7 +25,7 @@ void write(std::string_view line)
     std::string text = "kvboardd: ";
     text += line.substr(0, longestLine);
     text += '\n';
-    writeStandardError(text);
+    KvNService::writeStandardError(text);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "tools/kvboardd/system/Directory.h"
+#include "platform/service/Directory.h"
 
 namespace KvNBoardService {
 
@@ -13,7 +13,7 @@ constexpr std::size_t largestSection = std::size_t(1) << 30;
 
 }  // namespace
 
-Store::Store(std::unique_ptr<Directory> directory, std::string inventoryName)
+Store::Store(std::unique_ptr<KvNService::Directory> directory, std::string inventoryName)
     : m_directory(std::move(directory)), m_inventoryName(std::move(inventoryName))
 {}
 
@@ -21,11 +21,11 @@ Store::~Store() = default;
 
 std::unique_ptr<Store> Store::open(const std::string& directory, KvUInt32 serial, std::string& problem)
 {
-    const std::unique_ptr<Directory> root = Directory::open(directory, problem);
+    const std::unique_ptr<KvNService::Directory> root = KvNService::Directory::open(directory, problem);
     if (!root)
         return nullptr;
     const std::string name = std::to_string(serial);
-    std::unique_ptr<Directory> own = root->sub(name, problem);
+    std::unique_ptr<KvNService::Directory> own = root->sub(name, problem);
     if (!own || !own->lock(problem))
         return nullptr;
     return std::unique_ptr<Store>(new Store(std::move(own), directory + "/" + name + "/" + inventoryFile));

@@ -7,9 +7,11 @@
 
 #include "platform/KvTypes.h"
 
-namespace KvNBoardService {
-
+namespace KvNService {
 class Directory;
+}
+
+namespace KvNBoardService {
 
 /**
  * Where one board's state lasts: the folder SERIAL in the folder given with --state, and in it `inventory.inv`, the
@@ -33,9 +35,9 @@ public:
     const std::string& inventoryName() const { return m_inventoryName; }
 
 private:
-    Store(std::unique_ptr<Directory> directory, std::string inventoryName);
+    Store(std::unique_ptr<KvNService::Directory> directory, std::string inventoryName);
 
-    std::unique_ptr<Directory> m_directory;
+    std::unique_ptr<KvNService::Directory> m_directory;
     std::string m_inventoryName;
 };
 

@@ -214,10 +214,10 @@ TEST_F(LockTableTest, HoldersAreShownWithTheirTimes)
     EXPECT_EQ(holders[1].host, there);
     EXPECT_EQ(holders[1].held, 5s);
     EXPECT_EQ(holders[1].left, 20s);
-    EXPECT_TRUE(m_table.isHeldFrom(m_now, here));
-    EXPECT_FALSE(m_table.isHeldFrom(m_now, 0x0A000003));
+    EXPECT_TRUE(m_table.isHeld(m_now, second));
+    EXPECT_FALSE(m_table.isHeld(m_now, second + 1));
     m_now += 20s;
-    EXPECT_FALSE(m_table.isHeldFrom(m_now, here));
+    EXPECT_FALSE(m_table.isHeld(m_now, second));
 }
 
 TEST_F(LockTableTest, WrongIdsOfAHostAreCountedAndARightOneStaysRight)

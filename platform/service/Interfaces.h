@@ -4,7 +4,7 @@
 
 #include "platform/KvTypes.h"
 
-namespace KvNBoardService {
+namespace KvNService {
 
 /** An IPv4 address of one of the machine's interfaces that can be broadcast on; host-order numbers. */
 struct BroadcastInterface
@@ -17,4 +17,4 @@ struct BroadcastInterface
 /** The machine's interfaces that are up and have a broadcast address; empty when they cannot be had. */
 std::vector<BroadcastInterface> broadcastInterfaces();
 
-}  // namespace KvNBoardService
+}  // namespace KvNService

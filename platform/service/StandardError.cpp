@@ -1,11 +1,11 @@
-#include "tools/kvboardd/system/StandardError.h"
+#include "platform/service/StandardError.h"
 
 #include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-namespace KvNBoardService {
+namespace KvNService {
 
 namespace {
 
@@ -26,4 +26,4 @@ bool writeStandardError(std::string_view text) noexcept
     return written >= 0;
 }
 
-}  // namespace KvNBoardService
+}  // namespace KvNService

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace KvNBoardService {
+namespace KvNService {
 
 /**
  * A folder that is opened once; files in it are named without a path and never followed through links. Every operation
@@ -45,4 +45,4 @@ private:
     std::string m_path;
 };
 
-}  // namespace KvNBoardService
+}  // namespace KvNService

@@ -1,10 +1,10 @@
-#include "tools/kvboardd/system/Random.h"
+#include "platform/service/Random.h"
 
 #include <sys/random.h>
 
 #include <cerrno>
 
-namespace KvNBoardService {
+namespace KvNService {
 
 namespace {
 
@@ -33,4 +33,4 @@ std::optional<KvUInt64> random64() noexcept
     return random<KvUInt64>();
 }
 
-}  // namespace KvNBoardService
+}  // namespace KvNService

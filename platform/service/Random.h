@@ -4,10 +4,10 @@
 
 #include "platform/KvTypes.h"
 
-namespace KvNBoardService {
+namespace KvNService {
 
 /** From the system's random source; null when that fails. */
 std::optional<KvUInt32> random32() noexcept;
 std::optional<KvUInt64> random64() noexcept;
 
-}  // namespace KvNBoardService
+}  // namespace KvNService

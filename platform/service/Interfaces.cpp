@@ -1,4 +1,4 @@
-#include "tools/kvboardd/system/Interfaces.h"
+#include "platform/service/Interfaces.h"
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <memory>
 
-namespace KvNBoardService {
+namespace KvNService {
 
 namespace {
 
@@ -44,4 +44,4 @@ std::vector<BroadcastInterface> broadcastInterfaces()
     return result;
 }
 
-}  // namespace KvNBoardService
+}  // namespace KvNService

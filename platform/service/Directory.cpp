@@ -1,4 +1,4 @@
-#include "tools/kvboardd/system/Directory.h"
+#include "platform/service/Directory.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -9,7 +9,7 @@
 #include <system_error>
 #include <utility>
 
-namespace KvNBoardService {
+namespace KvNService {
 
 namespace {
 
@@ -181,4 +181,4 @@ bool Directory::replace(const std::string& name, std::span<const unsigned char> 
     return true;
 }
 
-}  // namespace KvNBoardService
+}  // namespace KvNService

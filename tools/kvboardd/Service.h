@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/oncrpc/RpcServer.h"
+#include "tools/kvboardd/Board.h"
+#include "tools/kvboardd/DeviceAccessService.h"
+#include "tools/kvboardd/InventoryService.h"
+#include "tools/kvboardd/LockTable.h"
+#include "tools/kvboardd/Options.h"
+#include "tools/kvboardd/PortMapper.h"
+#include "tools/kvboardd/Procedure.h"
+
+namespace KvNBoardService {
+
+/**
+ * All boards of the process on one event loop: where they listen, which of their services a call is for, and what the
+ * passing of time does to their locks. Used on one thread.
+ */
+class Service : private KvNRpc::ServerHandler
+{
+public:
+    Service(const Options& options, std::vector<std::unique_ptr<Board>> boards);
+    ~Service() override;
+
+    /** Opens everything that the boards are reached by; false, and why in `problem`, when something cannot be had. From
+        now on SIGTERM and SIGINT end run(). */
+    bool start(std::string& problem);
+
+    /** Serves until a signal comes; `ready` is called when all boards answer. */
+    void run(std::function<void()> ready);
+
+private:
+    /** One board with its services. */
+    struct Unit
+    {
+        Unit(std::unique_ptr<Board> board, const Options& options, KvUInt64 bootId);
+
+        std::unique_ptr<Board> board;
+        LockTable locks;
+        InventoryService inventory;
+        DeviceAccessService access;
+        PortMapper mapper;
+    };
+
+    /** A connection that makes no place for others, and the lock for which. */
+    struct Protection
+    {
+        int board;
+        KvUInt32 accessId;
+    };
+
+    void call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply) override;
+    void closed(int board, KvUInt64 connection) override;
+    void note(int board, KvUInt32 peerAddress, const char* what) override;
+
+    bool listen(int index, Unit& unit, std::string& problem);
+    bool listenMapper(int index, Unit& unit, std::string& problem);
+    bool registerAll(std::string& problem);
+    void unregisterAll();
+    void answerMapper(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply);
+    void send(const KvNRpc::ServerCall& call, Answer answer, KvNRpc::ReplyWriter reply);
+    void protect(const KvNRpc::ServerCall& call, KvUInt32 accessId);
+    void everySecond();
+
+    Options m_options;
+    std::vector<std::unique_ptr<Unit>> m_units;
+    KvNRpc::RpcServer m_server;
+    std::uint16_t m_tcpPort = 0;  ///< of the board that began to listen last
+    std::uint16_t m_udpPort = 0;
+    std::set<KvUInt32> m_broadcasts;
+    bool m_isRegistered = false;
+    std::map<KvUInt64, Protection> m_protected;
+    KvUInt64 m_timer = 0;
+};
+
+}  // namespace KvNBoardService

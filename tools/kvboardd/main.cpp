@@ -1,0 +1,91 @@
+#include <csignal>
+#include <cstdio>
+#include <memory>
+#include <new>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/kvboardd/Board.h"
+#include "tools/kvboardd/BoardFile.h"
+#include "tools/kvboardd/Log.h"
+#include "tools/kvboardd/Options.h"
+#include "tools/kvboardd/Service.h"
+#include "tools/kvboardd/Store.h"
+
+namespace {
+
+using namespace KvNBoardService;
+
+constexpr KvUInt32 allAddresses = 0;
+
+/** The boards that the command line names, with the values that were written to them before. */
+bool loadBoards(const Options& options, std::vector<std::unique_ptr<Board>>& boards, std::string& problem)
+{
+    std::vector<BoardDescription> descriptions;
+    if (!readBoardFile(options.boards, descriptions, problem))
+        return false;
+    for (BoardDescription& description : descriptions) {
+        const std::string who = "board " + std::to_string(description.serialNumber);
+        if (description.address == allAddresses) {
+            if (!options.allAddresses) {
+                problem = who + ": address 0.0.0.0 is permitted with --all-addresses only";
+                return false;
+            }
+            log("warning: " + who + " listens on all addresses: whoever reaches this machine can read and write it");
+        }
+        std::unique_ptr<Store> store;
+        if (!options.state.empty()) {
+            store = Store::open(options.state, description.serialNumber, problem);
+            if (!store)
+                return false;
+        }
+        Board::Limits limits;
+        limits.textBytes = options.textBytes;
+        boards.push_back(std::make_unique<Board>(std::move(description), std::move(store), limits));
+        if (!boards.back()->restore(problem))
+            return false;
+    }
+    return true;
+}
+
+int serve(const Options& options)
+{
+    std::string problem;
+    std::vector<std::unique_ptr<Board>> boards;
+    if (!loadBoards(options, boards, problem)) {
+        log(problem);
+        return 1;
+    }
+    const std::size_t count = boards.size();
+    Service service(options, std::move(boards));
+    if (!service.start(problem)) {
+        log(problem);
+        return 1;
+    }
+    service.run([count] {
+        std::printf("ready: %zu boards\n", count);
+        std::fflush(stdout);
+    });
+    log("ended");
+    return 0;
+}
+
+}  // namespace
+
+int main(int count, char** arguments)
+{
+    // A reader of standard output or of the log that goes away must not end the service.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        const CommandLine line = readCommandLine(count, arguments);
+        if (!line.proceed) {
+            std::fputs(line.text.c_str(), line.status == 0 ? stdout : stderr);
+            return line.status;
+        }
+        return serve(line.options);
+    } catch (const std::bad_alloc&) {
+        log("out of memory");
+        return 1;
+    }
+}
