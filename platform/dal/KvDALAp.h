@@ -40,3 +40,19 @@ KV_EXPORT KvInt32 KvDAL_requestAccessRestrictionLevel(KvCErrorListPool& errors, 
    kept alive nor released by us, and is the access id in force on the board until it is deleted. Results: as
     KvDAL_createAccessRestrictionHandle. */
 KV_EXPORT KvInt32 KvDAL_adoptAccessRestriction(KvCErrorListPool& errors, void* device, KvUInt32 accessId, void** lock);
+
+/** One lock on a board, as the board tells it. */
+struct KvDALSHolder
+{
+    KvInt32 level; /**< KvNDeviceAccess::AccessLevel */
+    KvUInt32 ipAddress;
+    KvUInt32 secondsHeld;
+    KvUInt32 secondsLeft; /**< until the lock is dropped when it is not kept alive */
+    char owner[256];      /**< what the holder calls itself; ends with a NUL */
+};
+
+/** Asks the device's board who holds locks on it and copies them to `holders`, which has room for `*count` records (64
+    are always enough); `*count` becomes their number. Results: InvalidHandle, InvalidArgument, OutOfMemory,
+    ConnectionFailed, InvalidReply, BoardRefused + status, ListTooSmall (nothing is copied; `*count` is what is needed).
+ */
+KV_EXPORT KvInt32 KvDAL_getAccessState(KvCErrorListPool& errors, void* device, KvDALSHolder* holders, KvUInt32* count);
