@@ -8,6 +8,7 @@ class KvCBuffer;
 class KvCComposite;
 class KvCCompositeFactory;
 class KvCParam;
+class StreamReader;
 
 /**
  * Reads the tagged binary stream of StreamFormat.h: makes nodes through a factory and merges values into what exists.
@@ -36,6 +37,9 @@ public:
     /** Reads the custom data behind the value of a record with flag 0x10000. The parameter may be one that was there
         before and need not have the flag itself. Here: nothing. */
     virtual void handleCustomParameter(KvCErrorListPool& errors, KvCParam* parameter);
+    /** Makes the parameter for a record without flag 0x10000, as createCustomParameter does for one with it. Here: a
+        KvCParam. */
+    virtual KvCParam* createPlainParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 type, const char* descr);
 
     /** Reads the whole buffer from its start. 0xA01003 no buffer, 0xA01004 no factory, 0xA02000 (tag, read position,
         write position) behind every other failure. */
@@ -58,7 +62,14 @@ public:
     KvCParam* getActParameter() const { return m_actParameter; }
 
 private:
+    friend class KvCCompositeFactory;
     struct Record;
+
+    bool readRecord(KvCErrorListPool& errors, unsigned char tag);
+    void reportStop(KvCErrorListPool& errors, unsigned char tag) const;
+    KvCParam* makeParameter(KvCErrorListPool& errors, const Record& record);
+    bool readBody(KvCErrorListPool& errors, StreamReader& reader, const Record& record, KvCParam& parameter, bool isNew,
+                  KvUInt32 start);
 
     KvCBuffer* m_buffer = nullptr;
     KvCComposite* m_root = nullptr;

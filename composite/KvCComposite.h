@@ -5,6 +5,9 @@
 #include "composite/SharedText.h"
 #include "platform/KvExport.h"
 
+namespace KvNReport {
+class Watch;
+}
 struct KvNCompositeAccess;
 
 /**
@@ -68,7 +71,7 @@ public:
     /** Points this node's friend link at `other` (null: nowhere); one way. The link becomes null when `other` dies.
        When memory is out the link is null and 0x601002 is on the master error list. */
     void setFriend(KvCComposite* other);
-    KvUInt32 getChildCount() const;
+    KvUInt32 getChildCount() const { return m_childCount; }
     /** Adds 1 to the node's counter and gives it: 1, 2, 3, … */
     KvUInt32 getUniqueChildIndex() { return ++m_uniqueChildIndex; }
     /** A pointer for the node's users; not owned. */
@@ -253,16 +256,21 @@ private:
     struct Extra : KvNAllocation::Object
     {
         void* rtData = nullptr;
-        ChildIndex* children = nullptr;    ///< by class and unit, of a wide node
-        UnitIndex* units = nullptr;        ///< by unit, of a wide node
-        BackLink friendLink;               ///< this node's friend
-        KvCComposite* friendOf = nullptr;  ///< first of the nodes whose friend is this one
-        BackLink strayLink;                ///< the parent that this node names without being in its chain
-        KvCComposite* strays = nullptr;  ///< first of the nodes that name this one as parent without being in its chain
-        KvCComposite* holder = nullptr;  ///< the node in whose chain this one is, when it is not the parent
+        ChildIndex* children = nullptr;     ///< by class and unit, of a wide node
+        UnitIndex* units = nullptr;         ///< by unit, of a wide node
+        BackLink friendLink;                ///< this node's friend
+        KvCComposite* friendOf = nullptr;   ///< first of the nodes whose friend is this one
+        BackLink strayLink;                 ///< the parent that this node names without being in its chain
+        KvCComposite* strays = nullptr;     ///< first of the nodes that name this parent without being in its chain
+        BackLink siblingLink;               ///< the sibling that follows another node by rights
+        KvCComposite* siblingOf = nullptr;  ///< first of the nodes with such a link to this one
+        KvCComposite* holder = nullptr;     ///< the node in whose chain this one is, when it is not the parent
     };
 
     bool hasParameterList() const { return m_hasList; }
+    bool isNewId(KvCErrorListPool& errors, KvUInt32 id, const char* descr);
+    KvCParam* keepMade(KvCErrorListPool& errors, const KvNReport::Watch& watch, KvCParam* parameter);
+    void markModified(KvCParam* parameter);
     KvCParam* findParameter(KvCErrorListPool& errors, KvUInt32 id, const char* origin) const;
     long findPointer(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 code, void** pointer);
     template <class T>

@@ -42,8 +42,8 @@ public:
     void deserializeParameter(KvCErrorListPool& errors, KvCParam*& parameter, KvCBuffer* buffer);
 
     KvCBuffer* getBuffer() const { return m_buffer; }
-    /** Replaces the factory's own buffer, which is destroyed; the new one (may be null) is owned from here. */
-    void setBuffer(KvCBuffer* buffer);
+    /** Replaces the factory's own buffer, which becomes the caller's; the new one (may be null) is owned from here. */
+    void setBuffer(KvCBuffer* buffer) { m_buffer = buffer; }
     KvCComposite* getRoot() const { return m_root; }
     void setRoot(KvCComposite* root) { m_root = root; }
     void setLibraryRoot(KvCComposite* root) { m_libraryRoot = root; }

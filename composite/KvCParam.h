@@ -144,6 +144,7 @@ protected:
 
 private:
     friend struct KvPListTraits<KvCParam*>;
+    friend class KvCParamList;
 
     enum class Storage : unsigned char
     {
@@ -175,7 +176,10 @@ private:
 
     void setDescr(const char* descr);
     void setDescr(KvSharedText descr);
-    void reportMismatch(KvCErrorListPool& errors, const char* origin, KvUInt32 shownType) const;
+    void releaseDescr();
+    void reportMismatch(KvCErrorListPool& errors, const char* origin) const;
+    void reportLost(KvCErrorListPool& errors);
+    void makeZero(KvCErrorListPool& errors);
     template <class T>
     void makeValue(KvCErrorListPool& errors, const T* initial, T* external);
     void makeShadow(KvCErrorListPool& errors, const void* initial, std::size_t size);

@@ -27,8 +27,12 @@ public:
     KvCParam* getElementbyId(KvUInt32 id) const;
     /** The first parameter with exactly this description, or null; parameters without one never match. */
     KvCParam* getElementbyDescr(const char* descr) const;
-    /** The parameter at this place, from 0; null past the end. */
+    /** The parameter at this place, from 0; null past the end. Going through a list place by place takes linear time.
+     */
     KvCParam* getElementbyIndex(KvUInt32 index) const;
+
+    /** Takes the parameter out, which may destroy it; does nothing for a parameter that the list does not hold. */
+    void removeElement(KvCParam* parameter);
 
     /** Calls sync(mask) on each parameter in order. */
     void syncParameters(KvCErrorListPool& errors, KvUInt32 mask);

@@ -8,6 +8,10 @@ class KvCParam;
 template <class T>
 class KvPList;
 
+/** What a list does for a kind of content: where its nodes come from, and the index that it keeps of them. */
+template <class T>
+struct KvPListTraits;
+
 /** One place in a KvPList: its content and its neighbours. Belongs to the list, or stands inside its content. */
 template <class T>
 class KV_EXPORT KvPListNode : public KvNAllocation::Object
@@ -26,27 +30,27 @@ public:
 
 private:
     friend class KvPList<T>;
+    friend struct KvPListTraits<T>;
 
     T m_content{};
     KvPListNode* m_next = nullptr;
     KvPListNode* m_prev = nullptr;
 };
 
-/** What a list does for a kind of content: where its nodes come from, and the index that it keeps of them. */
-template <class T>
-struct KvPListTraits;
-
 /** Parameters bring the node for their first list along, and long lists are indexed by id. */
 template <>
 struct KvPListTraits<KvCParam*>
 {
     struct Index;
+    /** The node inside `content`, ready to be linked; null when another list uses it or there is no content. */
     static KvPListNode<KvCParam*>* take(KvCParam* content);
-    static void giveBack(KvPListNode<KvCParam*>* node);
+    /** Whether the node stands inside its content, which it is given back to; any other is the list's to delete. */
+    static bool giveBack(KvPListNode<KvCParam*>* node);
+    /** The index (null: none yet) follows the list, or is dropped when it cannot. */
     static void appended(Index*& index, KvCParam* content);
     static void prepended(Index*& index, KvCParam* content);
     static void removed(Index*& index, KvCParam* content);
-    static void cleared(Index*& index);
+    static void drop(Index*& index);
 };
 
 /**
@@ -99,11 +103,15 @@ protected:
 
     KvPListNode<T>* m_front = nullptr;
     KvPListNode<T>* m_back = nullptr;
-    mutable typename Traits::Index* m_index = nullptr;
+    mutable typename Traits::Index* m_index = nullptr;  ///< made when a lookup pays for it
+    mutable KvPListNode<T>* m_cursor = nullptr;         ///< the last node asked for by its place …
+    mutable KvUInt32 m_cursorPlace = 0;                 ///< … and that place
     KvUInt32 m_count = 0;
 
 private:
     KvPListNode<T>* makeNode(const T& element);
+    void linkBack(KvPListNode<T>* node);
+    void linkFront(KvPListNode<T>* node);
     void freeNode(KvPListNode<T>* node);
 };
 

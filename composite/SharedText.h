@@ -7,4 +7,6 @@
 struct KvSharedText
 {
     const char* text;
+    /** False for a text like any other, which is copied after all: who makes an object may decide at run time. */
+    bool isShared = true;
 };

@@ -1,0 +1,108 @@
+#include "composite/KvCParamList.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/Report.h"
+#include "composite/KvCParam.h"
+#include "composite/ParamIndex.h"
+
+KvCParamList::KvCParamList(KvCComposite* owner) : m_owner(owner) {}
+
+KvCParamList::~KvCParamList()
+{
+    clear();
+}
+
+void KvCParamList::notifyElementAttachment(KvCParam** element)
+{
+    if (*element != nullptr)
+        (*element)->notifyListAttachment();
+}
+
+void KvCParamList::notifyElementDetachment(KvCParam** element)
+{
+    KvCParam* const parameter = *element;
+    if (parameter == nullptr)
+        return;
+    parameter->notifyListDetachment();
+    if (parameter->isDeletable())
+        delete parameter;
+}
+
+KvCParam* KvCParamList::getElementbyId(KvCErrorListPool& errors, KvUInt32 id) const
+{
+    KvCParam* const parameter = getElementbyId(id);
+    if (parameter == nullptr)
+        KV_REPORT(errors, ListElementNotFound, "KvCParamList::getElementbyId", id);
+    return parameter;
+}
+
+KvCParam* KvCParamList::getElementbyId(KvUInt32 id) const
+{
+    if (m_count > IndexThreshold) {
+        if (m_index != nullptr && !m_index->isCurrent())
+            Traits::drop(m_index);
+        if (m_index == nullptr)
+            m_index = Traits::Index::make(m_front);
+        if (m_index != nullptr)
+            return m_index->find(id);
+    }
+    for (const auto* node = m_front; node != nullptr; node = node->getNext())
+        if (node->getContent() != nullptr && node->getContent()->getId() == id)
+            return node->getContent();
+    return nullptr;
+}
+
+KvCParam* KvCParamList::getElementbyDescr(const char* descr) const
+{
+    if (descr == nullptr)
+        return nullptr;
+    for (const auto* node = m_front; node != nullptr; node = node->getNext()) {
+        KvCParam* const parameter = node->getContent();
+        if (parameter != nullptr && parameter->getDescr() != nullptr && std::strcmp(parameter->getDescr(), descr) == 0)
+            return parameter;
+    }
+    return nullptr;
+}
+
+KvCParam* KvCParamList::getElementbyIndex(KvUInt32 index) const
+{
+    if (index >= m_count)
+        return nullptr;
+    if (m_cursor == nullptr || index < m_cursorPlace / 2) {
+        m_cursor = m_front;
+        m_cursorPlace = 0;
+    }
+    for (; m_cursorPlace < index; ++m_cursorPlace)
+        m_cursor = m_cursor->getNext();
+    for (; m_cursorPlace > index; --m_cursorPlace)
+        m_cursor = m_cursor->getPrev();
+    return m_cursor->getContent();
+}
+
+void KvCParamList::removeElement(KvCParam* parameter)
+{
+    if (parameter == nullptr)
+        return;
+    // A parameter in one list only stands there with its own node: no need to search for it.
+    const bool isOwnNode = parameter->m_attachments == 1 && parameter->m_nodeIsTaken;
+    removeListNode(isOwnNode ? &parameter->m_node : find(parameter));
+}
+
+void KvCParamList::syncParameters(KvCErrorListPool&, KvUInt32 mask)
+{
+    for (const auto* node = m_front; node != nullptr; node = node->getNext())
+        if (node->getContent() != nullptr)
+            node->getContent()->sync(mask);
+}
+
+void KvCParamList::showParameters(int indent) const
+{
+    for (const auto* node = m_front; node != nullptr; node = node->getNext()) {
+        const KvCParam* const parameter = node->getContent();
+        std::printf("%*sparameter %i (state: %x)\n", indent + 2, "",
+                    parameter == nullptr ? -1 : static_cast<int>(parameter->getId()),
+                    parameter == nullptr ? 0U : static_cast<unsigned int>(parameter->getState()));
+    }
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "composite/FirstMatchIndex.h"
+#include "composite/KvCParam.h"
+#include "composite/KvPList.h"
+
+struct ParamIdKey
+{
+    static KvUInt64 of(const KvCParam* parameter) { return parameter->getId(); }
+};
+
+/** The index of a long parameter list by id. It is out of date as soon as any parameter that stands in an index is
+    given another id. */
+struct KvPListTraits<KvCParam*>::Index : FirstMatchIndex<KvCParam, ParamIdKey>
+{
+    /** An index of the list that starts with `front`; null when memory is out. */
+    static Index* make(const KvPListNode<KvCParam*>* front);
+    bool isCurrent() const;
+    /** Notes that an indexed parameter has another id now. */
+    static void noteIdChange();
+
+    KvUInt32 idChanges = 0;
+};
