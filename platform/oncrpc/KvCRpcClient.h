@@ -112,5 +112,7 @@ public:
 
 private:
     struct State;
+    long usable(KvCErrorListPool& errors, const char* origin) const;
+
     State* m_state;
 };

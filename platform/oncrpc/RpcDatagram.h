@@ -94,8 +94,10 @@ public:
     /** Sends, waits at most `milliseconds`, and calls `handler` with each reply. No exception leaves it. */
     End run(KvUInt32 milliseconds, Handler handler, void* context) noexcept;
 
-private:
+    /** Its own. */
     struct State;
+
+private:
     State* m_state = nullptr;
 };
 

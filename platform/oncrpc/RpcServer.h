@@ -42,21 +42,21 @@ enum class ServerTransport
 struct ServerCall
 {
     /** The board that the listener was made for. */
-    int board;
-    ServerTransport transport;
+    int board = 0;
+    ServerTransport transport = ServerTransport::Tcp;
     /** Number of the TCP connection, never used again; 0 with UDP. */
-    KvUInt64 connection;
+    KvUInt64 connection = 0;
     /** IPv4, host order. */
-    KvUInt32 peerAddress;
-    std::uint16_t peerPort;
-    KvUInt32 localAddress;
-    std::uint16_t localPort;
+    KvUInt32 peerAddress = 0;
+    std::uint16_t peerPort = 0;
+    KvUInt32 localAddress = 0;
+    std::uint16_t localPort = 0;
     const CallHeader& header;
-    KvUInt32 program;
-    KvUInt32 version;
-    KvUInt32 procedure;
-    const unsigned char* arguments;
-    std::size_t argumentBytes;
+    KvUInt32 program = 0;
+    KvUInt32 version = 0;
+    KvUInt32 procedure = 0;
+    const unsigned char* arguments = nullptr;
+    std::size_t argumentBytes = 0;
 };
 
 class ServerCore;
@@ -81,17 +81,19 @@ public:
     void garbageArguments() noexcept;
     void systemError() noexcept;
     void authError(KvUInt32 authStatus) noexcept;
+    void rpcMismatch() noexcept;
     /** Leaves the call without an answer (a broadcast that is not for us). */
     void drop() noexcept;
     /** Whether it still has to be answered. */
-    explicit operator bool() const { return m_core != nullptr; }
+    explicit operator bool() const { return m_pending; }
 
 private:
     friend class ServerCore;
     void answer(const ReplyHeader& header, const void* results, std::size_t bytes) noexcept;
+    void refuse(KvUInt32 acceptStatus, KvUInt32 low = 0, KvUInt32 high = 0) noexcept;
 
     std::weak_ptr<ServerCore> m_owner;
-    ServerCore* m_core = nullptr;
+    bool m_pending = false;
     KvUInt64 m_connection = 0;  // TCP
     int m_listener = 0;         // UDP
     KvUInt32 m_peerAddress = 0;
@@ -106,7 +108,7 @@ class ServerHandler
 public:
     virtual ~ServerHandler() = default;
     virtual void call(const ServerCall& call, ReplyWriter reply) = 0;
-    /** A connection has ended, whoever ended it. */
+    /** A connection has ended, whoever ended it; possibly while an answer is being given. */
     virtual void closed(int /*board*/, KvUInt64 /*connection*/) {}
     /** Something for the log: a connection refused or dropped, and why. */
     virtual void note(int /*board*/, KvUInt32 /*peerAddress*/, const char* /*what*/) {}

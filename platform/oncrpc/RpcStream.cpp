@@ -1,0 +1,312 @@
+#include "platform/oncrpc/RpcStream.h"
+
+#include <cstdio>
+
+namespace KvNRpc {
+
+namespace {
+
+constexpr unsigned readsInOneGo = 8;
+
+bool wouldBlock(const std::error_code& error)
+{
+    return error == asio::error::would_block || error == asio::error::try_again;
+}
+
+}  // namespace
+
+bool isShortage(const std::error_code& error) noexcept
+{
+    return error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
+           error == std::errc::not_enough_memory || error == std::errc::no_buffer_space;
+}
+
+const char* describeError(const std::error_code& error, char* buffer, std::size_t bytes) noexcept
+{
+    if (!error || error == asio::error::eof)
+        return "closed by the board";
+    if (error == asio::error::connection_refused)
+        return "refused";
+    if (error == asio::error::connection_reset || error == asio::error::broken_pipe ||
+        error == asio::error::connection_aborted)
+        return "reset by the board";
+    if (error == asio::error::host_unreachable)
+        return "the host cannot be reached";
+    if (error == asio::error::network_unreachable)
+        return "the network cannot be reached";
+    if (error == asio::error::timed_out)
+        return "the network gave up";
+    if (error == asio::error::access_denied || error == std::errc::operation_not_permitted)
+        return "not permitted";
+    std::snprintf(buffer, bytes, "system error %d", error.value());
+    return buffer;
+}
+
+RpcStream::RpcStream(asio::io_context& context, ReadBuffer& buffer, std::size_t recordLimit, ByteBudget& budget)
+    : m_assembler(recordLimit, budget), m_socket(context), m_buffer(buffer)
+{}
+
+RpcStream::~RpcStream()
+{
+    dropOutput();
+}
+
+void RpcStream::onSent(Outgoing&, bool) noexcept {}
+
+void RpcStream::prepareSocket()
+{
+    m_socket.non_blocking(true);
+    std::error_code ignored;
+    m_socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+}
+
+void RpcStream::connect(KvUInt32 address, std::uint16_t port) noexcept
+{
+    try {
+        m_socket.open(asio::ip::tcp::v4());
+        auto connected = [self = shared_from_this()](const std::error_code& error) {
+            if (!self->m_open)
+                return;
+            if (error)
+                return self->end(End::ByError, error);
+            self->begin();
+            if (self->m_open)
+                self->onConnected();
+        };
+        m_socket.async_connect({toAddress(address), port}, inSlot(m_writeSlot, std::move(connected)));
+    } catch (const std::system_error& failure) {
+        end(End::ByError, failure.code());
+    } catch (...) {
+        end(End::OutOfMemory, {});
+    }
+}
+
+void RpcStream::begin() noexcept
+{
+    try {
+        prepareSocket();
+    } catch (const std::system_error& failure) {
+        return end(End::ByError, failure.code());
+    }
+    m_connected = true;
+    waitToRead();
+    writeSome();
+}
+
+void RpcStream::waitToRead() noexcept
+{
+    if (!m_open || m_reading || m_paused)
+        return;
+    try {
+        auto readable = [self = shared_from_this()](const std::error_code& error) {
+            self->m_reading = false;
+            if (!self->m_open)
+                return;
+            if (error)
+                return self->end(End::ByError, error);
+            if (!self->m_paused && self->readSome(readsInOneGo))
+                self->waitToRead();
+        };
+        m_reading = true;
+        m_socket.async_wait(TcpSocket::wait_read, inSlot(m_readSlot, std::move(readable)));
+    } catch (...) {
+        m_reading = false;
+        end(End::OutOfMemory, {});
+    }
+}
+
+bool RpcStream::readSome(unsigned reads) noexcept
+{
+    for (unsigned i = 0; i < reads && m_open && !m_paused; ++i) {
+        std::error_code error;
+        const std::size_t size = m_socket.receive(asio::buffer(m_buffer.bytes), 0, error);
+        if (wouldBlock(error) || error == asio::error::interrupted)
+            return true;
+        if (error) {
+            const bool byPeer = error == asio::error::eof;
+            end(byPeer ? End::ByPeer : End::ByError, byPeer ? std::error_code() : error);
+            return false;
+        }
+        onBytes();
+        if (!takeBytes(m_buffer.bytes, size))
+            return false;
+    }
+    return m_open;
+}
+
+bool RpcStream::takeBytes(const unsigned char* data, std::size_t size) noexcept
+{
+    const std::size_t used = feed(data, size);
+    if (m_open && used < size) {
+        m_stashUsed = 0;
+        if (!m_stash.assign(data + used, size - used))
+            end(End::OutOfMemory, {});
+    }
+    return m_open;
+}
+
+std::size_t RpcStream::feed(const unsigned char* data, std::size_t size) noexcept
+{
+    using State = RecordAssembler::State;
+    const unsigned char* const start = data;
+    m_feeding = true;
+    while (size != 0 && m_open && !m_paused) {
+        const State state = m_assembler.feed(data, size);
+        if (state == State::Begun && !onBegun(m_assembler.transactionId()))
+            m_assembler.skip();
+        else if (state == State::Whole)
+            onRecord(m_assembler.take());
+        else if (state == State::TooLong)
+            end(End::TooLong, {});
+        else if (state == State::EmptyFragments)
+            end(End::Malformed, {});
+        else if (state == State::OutOfBudget || state == State::OutOfMemory)
+            noRoom(state);
+    }
+    m_feeding = false;
+    return static_cast<std::size_t>(data - start);
+}
+
+void RpcStream::noRoom(RecordAssembler::State why) noexcept
+{
+    const End reason = why == RecordAssembler::State::OutOfBudget ? End::OutOfBudget : End::OutOfMemory;
+    if (m_assembler.hasTransactionId() && onNoRoom(m_assembler.transactionId(), reason))
+        m_assembler.skip();
+    else
+        end(reason, {});
+}
+
+void RpcStream::takeStash() noexcept
+{
+    if (m_stash.size() == 0 || m_feeding)
+        return;
+    m_stashUsed += feed(m_stash.data() + m_stashUsed, m_stash.size() - m_stashUsed);
+    if (m_stashUsed == m_stash.size())
+        m_stash.clear();
+}
+
+void RpcStream::send(std::shared_ptr<Outgoing> message) noexcept
+{
+    if (!m_open)
+        return;
+    message->sent = 0;
+    message->next = nullptr;
+    if (m_last != nullptr)
+        m_last->next = message;
+    else
+        m_first = message;
+    m_last = std::move(message);
+    if (m_connected && !m_writing)
+        writeSome();
+}
+
+bool RpcStream::unsend(const Outgoing& message) noexcept
+{
+    std::shared_ptr<Outgoing> before;
+    for (std::shared_ptr<Outgoing> item = m_first; item != nullptr; before = item, item = item->next) {
+        if (item.get() != &message)
+            continue;
+        if (item->sent != 0)
+            return false;
+        (before != nullptr ? before->next : m_first) = item->next;
+        if (m_last == item)
+            m_last = before;
+        return true;
+    }
+    return false;
+}
+
+void RpcStream::writeSome() noexcept
+{
+    while (m_open && !m_writeFailed && m_first != nullptr) {
+        const std::shared_ptr<Outgoing> message = m_first;
+        std::error_code error;
+        const std::size_t sent = m_socket.send(
+            asio::buffer(message->bytes.data() + message->sent, message->bytes.size() - message->sent), 0, error);
+        if (wouldBlock(error) || error == asio::error::interrupted)
+            return waitToWrite();
+        if (error)
+            return writeFailed(error);
+        message->sent += sent;
+        const bool whole = message->sent == message->bytes.size();
+        if (whole) {
+            m_first = std::move(message->next);
+            if (m_first == nullptr)
+                m_last = nullptr;
+        }
+        onSent(*message, whole);
+    }
+}
+
+void RpcStream::waitToWrite() noexcept
+{
+    try {
+        auto writable = [self = shared_from_this()](const std::error_code& error) {
+            self->m_writing = false;
+            if (!self->m_open)
+                return;
+            if (error)
+                return self->end(End::ByError, error);
+            self->writeSome();
+        };
+        m_writing = true;
+        m_socket.async_wait(TcpSocket::wait_write, inSlot(m_writeSlot, std::move(writable)));
+    } catch (...) {
+        m_writing = false;
+        end(End::OutOfMemory, {});
+    }
+}
+
+void RpcStream::writeFailed(const std::error_code& error) noexcept
+{
+    if (m_paused || (error != asio::error::broken_pipe && error != asio::error::connection_reset))
+        return end(End::ByError, error);
+    // The peer has gone, but its answers to earlier records may be here already; reading finds the end behind them.
+    m_writeFailed = true;
+    dropOutput();
+}
+
+bool RpcStream::peerHasClosed() noexcept
+{
+    unsigned char byte;
+    std::error_code error;
+    m_socket.receive(asio::buffer(&byte, 1), TcpSocket::message_peek, error);
+    return error && !wouldBlock(error) && error != asio::error::interrupted;
+}
+
+void RpcStream::pause(bool on) noexcept
+{
+    m_paused = on;
+    if (on || !m_connected)
+        return;
+    const std::shared_ptr<RpcStream> self = shared_from_this();
+    takeStash();
+    if (!m_feeding)
+        waitToRead();
+}
+
+void RpcStream::dropOutput() noexcept
+{
+    m_last = nullptr;
+    while (m_first != nullptr)
+        m_first = std::move(m_first->next);
+}
+
+void RpcStream::close() noexcept
+{
+    m_open = false;
+    dropOutput();
+    std::error_code ignored;
+    m_socket.close(ignored);
+}
+
+void RpcStream::end(End why, const std::error_code& error) noexcept
+{
+    if (!m_open)
+        return;
+    const std::shared_ptr<RpcStream> self = shared_from_this();
+    close();
+    onEnded(why, error);
+}
+
+}  // namespace KvNRpc

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/oncrpc/RecordAssembler.h"
+#include "platform/oncrpc/RpcAsio.h"
+
+namespace KvNRpc {
+
+/** A record to be sent, its mark included. It may be kept to be sent again on another stream. */
+struct Outgoing : public KvNAllocation::Object
+{
+    Outgoing() noexcept = default;
+    ~Outgoing()
+    {
+        if (budget != nullptr)
+            budget->giveBack(bytes.size());
+    }
+    Outgoing(const Outgoing&) = delete;
+    Outgoing& operator=(const Outgoing&) = delete;
+
+    Bytes bytes;
+    std::size_t sent = 0;
+    std::shared_ptr<Outgoing> next;
+    /** What the bytes are counted in; null: nothing. */
+    ByteBudget* budget = nullptr;
+};
+
+/** Where all streams of a loop read to. */
+struct ReadBuffer
+{
+    static constexpr std::size_t size = 65536;
+    unsigned char bytes[size];
+};
+
+/**
+ * One TCP connection that carries records in both directions, for the client and for the board's service.
+ *
+ * Used on its loop's thread only; lives in a shared_ptr, which operations in progress keep alive. What happens is told
+ * through the virtual functions; onEnded comes once, unless close() came first. Nothing throws: what an operation
+ * cannot have ends the stream.
+ */
+class RpcStream : public std::enable_shared_from_this<RpcStream>, public KvNAllocation::Object
+{
+public:
+    enum class End
+    {
+        ByPeer,     // closed between two bytes, `error` is empty
+        ByError,    // `error` says which
+        Malformed,  // record marking that cannot be followed
+        TooLong,    // a record beyond the limit
+        OutOfBudget,
+        OutOfMemory
+    };
+
+    virtual ~RpcStream();
+    RpcStream(const RpcStream&) = delete;
+    RpcStream& operator=(const RpcStream&) = delete;
+
+    /** Connects; then onConnected, or onEnded (possibly before this returns). */
+    void connect(KvUInt32 address, std::uint16_t port) noexcept;
+    /** Begins on a connected socket. */
+    void begin() noexcept;
+    /** Queues a record. */
+    void send(std::shared_ptr<Outgoing> message) noexcept;
+    /** Takes a record of which nothing has been sent back out of the queue; false when it has begun. */
+    bool unsend(const Outgoing& message) noexcept;
+    /** Ends the stream without a word. */
+    void close() noexcept;
+    /** Stops and goes on reading. */
+    void pause(bool on) noexcept;
+
+    bool isOpen() const noexcept { return m_open; }
+    /** Whether the peer has closed an idle connection already. */
+    bool peerHasClosed() noexcept;
+    const RecordAssembler& incoming() const noexcept { return m_assembler; }
+    bool hasOutput() const noexcept { return m_first != nullptr; }
+    TcpSocket& socket() noexcept { return m_socket; }
+
+protected:
+    RpcStream(asio::io_context& context, ReadBuffer& buffer, std::size_t recordLimit, ByteBudget& budget);
+
+    virtual void onConnected() noexcept {}
+    /** Bytes have come. */
+    virtual void onBytes() noexcept {}
+    /** The transaction id of the record that has begun; false drops the record. */
+    virtual bool onBegun(KvUInt32 /*transactionId*/) noexcept { return true; }
+    virtual void onRecord(Record record) noexcept = 0;
+    /** There is no room for the record in progress, whose transaction id is known: true drops it, false ends the
+        stream. */
+    virtual bool onNoRoom(KvUInt32 /*transactionId*/, End /*why*/) noexcept { return false; }
+    /** Some of the output, or all of a record, has been sent. */
+    virtual void onSent(Outgoing& message, bool whole) noexcept;
+    virtual void onEnded(End why, const std::error_code& error) noexcept = 0;
+
+    RecordAssembler m_assembler;
+
+private:
+    void prepareSocket();
+    void waitToRead() noexcept;
+    void waitToWrite() noexcept;
+    /** Reads what is there, up to `reads` times; false when the stream has ended. */
+    bool readSome(unsigned reads) noexcept;
+    bool takeBytes(const unsigned char* data, std::size_t size) noexcept;
+    /** Feeds the assembler until the bytes are used up or reading is paused; returns how many were used. */
+    std::size_t feed(const unsigned char* data, std::size_t size) noexcept;
+    void noRoom(RecordAssembler::State why) noexcept;
+    void takeStash() noexcept;
+    void writeSome() noexcept;
+    void writeFailed(const std::error_code& error) noexcept;
+    void dropOutput() noexcept;
+    void end(End why, const std::error_code& error) noexcept;
+
+    TcpSocket m_socket;
+    ReadBuffer& m_buffer;
+    std::shared_ptr<Outgoing> m_first;
+    std::shared_ptr<Outgoing> m_last;
+    /** What had been read when reading was paused, and how much of it has been used. */
+    Bytes m_stash;
+    std::size_t m_stashUsed = 0;
+    bool m_feeding = false;
+    bool m_open = true;
+    bool m_connected = false;
+    bool m_reading = false;
+    bool m_writing = false;
+    bool m_paused = false;
+    bool m_writeFailed = false;
+    HandlerSlot m_readSlot;
+    HandlerSlot m_writeSlot;
+};
+
+}  // namespace KvNRpc
