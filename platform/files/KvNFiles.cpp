@@ -74,6 +74,11 @@ bool syncFile(std::FILE* file)
     return _commit(_fileno(file)) == 0;
 }
 
+bool seekFile(std::FILE* file, std::uint64_t position)
+{
+    return _fseeki64(file, static_cast<long long>(position), SEEK_SET) == 0;
+}
+
 bool putInPlace(const std::string& from, const std::string& to)
 {
     if (MoveFileExA(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0)
@@ -97,6 +102,11 @@ void removeName(const char* name) noexcept
 bool syncFile(std::FILE* file)
 {
     return fsync(fileno(file)) == 0;
+}
+
+bool seekFile(std::FILE* file, std::uint64_t position)
+{
+    return fseeko(file, static_cast<off_t>(position), SEEK_SET) == 0;
 }
 
 bool putInPlace(const std::string& from, const std::string& to)
@@ -258,6 +268,15 @@ std::size_t Reader::read(void* block, std::size_t bytes)
     if (count < bytes && std::ferror(m_file) != 0)
         m_problem = m_path + ": " + reason();
     return m_problem.empty() ? count : 0;
+}
+
+bool Reader::seek(std::uint64_t position)
+{
+    if (m_file != nullptr && seekFile(m_file, position))
+        return true;
+    if (m_file != nullptr)
+        m_problem = m_path + ": " + reason();
+    return false;
 }
 
 }  // namespace KvNFiles

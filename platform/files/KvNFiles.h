@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -65,6 +66,8 @@ public:
     bool open(const std::string& path);
     /** Reads up to `bytes` bytes and returns how many; 0 is the end, or a failure that problem() names. */
     std::size_t read(void* block, std::size_t bytes);
+    /** Goes on reading at `position` bytes from the start of a regular file. */
+    bool seek(std::uint64_t position);
     /** Why something failed; empty while nothing did. */
     const std::string& problem() const { return m_problem; }
 

@@ -35,6 +35,8 @@ public:
     std::string shown(std::string_view text, bool keepLines = false) const;
     /** Whether the result is shown to a person. */
     bool outputIsTerminal() const { return m_outputIsTerminal; }
+    /** Whether nobody reads the result any more. */
+    bool isLeft() const { return m_gone; }
     /** To be called after something else has written to standard output. */
     bool check();
     /** The result is complete: `status`, or StatusFailed (told) when it could not be written. */

@@ -1,0 +1,70 @@
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "platform/host/KvNHost.h"
+#include "tools/kvinv/CommandLine.h"
+#include "tools/kvinv/Interruption.h"
+
+namespace {
+
+/** Trouble has another number for diff. */
+int troubleStatus(const CommandLine& line)
+{
+    return line.command != nullptr && line.command->run == runDiff ? 2 : static_cast<int>(StatusFailed);
+}
+
+int run(const CommandLine& line, Console& console)
+{
+    try {
+        return line.command->run(line.options, console);
+    } catch (const std::bad_alloc&) {
+        console.problem("memory is out");
+    } catch (const std::exception& failure) {
+        console.problem(failure.what());
+    }
+    return troubleStatus(line);
+}
+
+int answer(const CommandLine& line, Console& console)
+{
+    const Options& options = line.options;
+    if (!line.problem.empty()) {
+        const std::string help =
+            line.command != nullptr ? std::string("kvinv ") + line.command->name + " --help" : "kvinv --help";
+        console.problem(line.problem + " (" + help + " says more)");
+        return StatusUsage;
+    }
+    if (options.version) {
+        console.write("kvinv " KVINV_VERSION "\n");
+        return StatusDone;
+    }
+    if (options.help) {
+        console.write(helpText(line.command));
+        return StatusDone;
+    }
+    if (line.command == nullptr) {
+        console.problem("no command (kvinv --help lists them)");
+        return StatusUsage;
+    }
+    if (!Interruption::begin(options, console))
+        return StatusUsage;
+    return run(line, console);
+}
+
+}  // namespace
+
+int main(int count, char** arguments)
+{
+    KvNHost::survivePipes();
+    // For the build: what is made of the tables of commands and options.
+    const std::string_view wanted = count == 2 ? arguments[1] : "";
+    if (wanted == "--generate-manual" || wanted == "--generate-completion") {
+        const std::string text = wanted == "--generate-manual" ? manualText() : completionText();
+        return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() ? StatusDone : StatusFailed;
+    }
+    const CommandLine line = parseCommandLine(count, arguments);
+    Console console(line.options);
+    const int status = Interruption::status(answer(line, console), console);
+    return console.finish(status);
+}
