@@ -1,0 +1,164 @@
+#include "platform/errorhandling/KvNRtosAbstraction.h"
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/FailingAllocation.h"
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
+namespace {
+
+using namespace KvNRtosAbstraction;
+
+TEST(Mutex, IsHeldByOne)
+{
+    Mutex* mutex = nullptr;
+    ASSERT_TRUE(initMutex(&mutex, nullptr));
+    ASSERT_TRUE(lockMutex(mutex, -1));
+    std::atomic<bool> entered{false};
+    std::thread other([&] {
+        EXPECT_TRUE(lockMutex(mutex, -1));
+        entered = true;
+        unlockMutex(mutex);
+    });
+    EXPECT_FALSE(entered);
+    unlockMutex(mutex);
+    other.join();
+    EXPECT_TRUE(entered);
+    deleteMutex(mutex);
+}
+
+TEST(Mutex, IsGivenUpAfterTheTime)
+{
+    Mutex* mutex = nullptr;
+    ASSERT_TRUE(initMutex(&mutex, nullptr));
+    ASSERT_TRUE(lockMutex(mutex, 0));
+    std::thread other([&] { EXPECT_FALSE(lockMutex(mutex, 1)); });
+    other.join();
+    unlockMutex(mutex);
+    deleteMutex(mutex);
+}
+
+TEST(Mutex, IsNullWithoutMemory)
+{
+    Mutex* mutex = nullptr;
+    const FailingAllocation none(1, true);
+    EXPECT_FALSE(initMutex(&mutex, nullptr));
+    EXPECT_EQ(mutex, nullptr);
+    EXPECT_FALSE(lockMutex(mutex, -1));
+    unlockMutex(mutex);
+    deleteMutex(mutex);
+}
+
+TEST(IpV4, IsReadFromDottedQuads)
+{
+    EXPECT_EQ(stringToIpV4("10.0.0.2"), 0x0A000002U);
+    EXPECT_EQ(stringToIpV4("255.255.255.255"), 0xFFFFFFFFU);
+    EXPECT_EQ(stringToIpV4("0.0.0.1"), 1U);
+    EXPECT_EQ(stringToIpV4("127.0.0.11"), 0x7F00000BU);
+    EXPECT_EQ(stringToIpV4("0x7f.0X0.0.0xB"), 0x7F00000BU);
+    EXPECT_EQ(stringToIpV4("010.0.0.08"), 0x0A000008U) << "decimal, whatever its leading zeros";
+}
+
+TEST(IpV4, IsZeroForAnythingElse)
+{
+    for (const char* text : {"",
+                             "1",
+                             "1.2.3",
+                             "1.2.3.",
+                             ".1.2.3",
+                             "1..2.3",
+                             "1.2.3.4.",
+                             "1.2.3.4.5",
+                             "256.0.0.1",
+                             "1.2.3.4294967297",
+                             "1.2.3.18446744073709551617",
+                             "a.b.c.d",
+                             "0x.0.0.1",
+                             "0x100.0.0.1",
+                             " 1.2.3.4",
+                             "1.2.3.4 ",
+                             "-1.2.3.4",
+                             "1.2.3.0x",
+                             "1,2,3,4",
+                             "0.0.0.0"})
+        EXPECT_EQ(stringToIpV4(text), 0U) << text;
+    EXPECT_EQ(stringToIpV4(nullptr), 0U);
+}
+
+TEST(IpV4, IsWrittenAsDottedQuad)
+{
+    char text[ipTextSize];
+    EXPECT_STREQ(ipToString(0x0A000002, text, sizeof text), "10.0.0.2");
+    EXPECT_STREQ(ipToString(0xFFFFFFFF, text, sizeof text), "255.255.255.255");
+    EXPECT_STREQ(ipToString(0, text, sizeof text), "0.0.0.0");
+    EXPECT_STREQ(ipToString(0x0A000002, text, 5), "10.0");
+}
+
+class RegularFile : public testing::Test
+{
+protected:
+    RegularFile()
+        : folder(std::filesystem::temp_directory_path() / ("kv-rtos-" + std::to_string(std::random_device()())))
+    {
+        std::filesystem::create_directories(folder);
+    }
+    ~RegularFile() override { std::filesystem::remove_all(folder); }
+
+    std::FILE* open(const std::filesystem::path& path) { return openRegularFile(path.string().c_str(), &size, &kind); }
+
+    std::filesystem::path folder;
+    KvUInt64 size = 99;
+    FileKind kind = FileKind::Missing;
+};
+
+TEST_F(RegularFile, TellsItsSize)
+{
+    std::ofstream(folder / "three") << "abc";
+    std::FILE* file = open(folder / "three");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(kind, FileKind::Regular);
+    EXPECT_EQ(size, 3U);
+    char text[4] = {};
+    EXPECT_EQ(std::fread(text, 1, 4, file), 3U);
+    EXPECT_STREQ(text, "abc");
+    std::fclose(file);
+}
+
+TEST_F(RegularFile, TellsSizesBeyondFourGigabytes)
+{
+    std::ofstream(folder / "sparse") << "";
+    std::filesystem::resize_file(folder / "sparse", 0x100000001);
+    std::FILE* file = open(folder / "sparse");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(size, 0x100000001U);
+    std::fclose(file);
+}
+
+TEST_F(RegularFile, IsNothingElse)
+{
+    EXPECT_EQ(open(folder / "missing"), nullptr);
+    EXPECT_EQ(kind, FileKind::Missing);
+    EXPECT_EQ(open(folder), nullptr);
+    EXPECT_EQ(kind, FileKind::Other);
+#ifndef _WIN32
+    EXPECT_EQ(open("/dev/zero"), nullptr);
+    EXPECT_EQ(kind, FileKind::Other);
+    const std::string pipe = (folder / "pipe").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(open(pipe), nullptr) << "and it does not wait for a writer";
+    EXPECT_EQ(kind, FileKind::Other);
+#endif
+}
+
+}  // namespace
