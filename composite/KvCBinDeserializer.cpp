@@ -70,6 +70,12 @@ KvCParam* KvCBinDeserializer::createCustomParameter(KvCErrorListPool& errors, Kv
     return new (errors) KvCParam(errors, id, descr, type);
 }
 
+KvCParam* KvCBinDeserializer::createPlainParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 type,
+                                                   const char* descr)
+{
+    return new (errors) KvCParam(errors, id, descr, type);
+}
+
 void KvCBinDeserializer::createBuffer(KvCErrorListPool& errors)
 {
     m_buffer = new (errors) KvCBuffer(errors);
@@ -213,7 +219,7 @@ KvCParam* KvCBinDeserializer::makeParameter(KvCErrorListPool& errors, const Reco
     const KvNReport::Watch watch(errors);
     KvCParam* const parameter = record.isCustom()
                                     ? createCustomParameter(errors, record.id, record.type, record.description.text)
-                                    : new (errors) KvCParam(errors, record.id, record.description.text, record.type);
+                                    : createPlainParameter(errors, record.id, record.type, record.description.text);
     const bool isWhole = parameter != nullptr && parameter->getStateBit(KvCParam::ConstructionFailedBit) == 0;
     if (isWhole)
         return parameter;

@@ -25,14 +25,15 @@ KvCComposite::KvCComposite(KvCErrorListPool& errors, KvUInt32 classId, KvUInt32 
     m_descr = copy;
 }
 
-KvCComposite::KvCComposite(KvCErrorListPool&, KvUInt32 classId, KvUInt32 unitId, KvSharedText descr)
-    : m_descr(descr.text),
-      m_list(this),
-      m_classId(classId),
-      m_unitId(unitId),
-      m_hasList(descr.text != nullptr),
-      m_descrIsShared(true)
-{}
+KvCComposite::KvCComposite(KvCErrorListPool& errors, KvUInt32 classId, KvUInt32 unitId, KvSharedText descr)
+    : KvCComposite(errors, classId, unitId, descr.isShared ? nullptr : descr.text)
+{
+    if (!descr.isShared)
+        return;
+    m_descr = descr.text;
+    m_descrIsShared = true;
+    m_hasList = descr.text != nullptr;
+}
 
 KvCComposite::~KvCComposite()
 {
