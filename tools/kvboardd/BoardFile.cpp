@@ -10,6 +10,7 @@
 
 #include "inventory/KvCInventoryData.h"
 #include "inventory/KvCInventoryItem.h"
+#include "inventory/KvCInventoryParameter.h"
 #include "inventory/ids/KvNInventoryIDs.h"
 #include "platform/errorhandling/KvCErrorList.h"
 #include "platform/files/KvNFiles.h"
@@ -86,6 +87,22 @@ std::unique_ptr<KvCInventoryItem> readTreeFile(const std::string& path, std::str
 bool isBoardRoot(const KvCInventoryAddress& root, KvUInt32 serialNumber)
 {
     return root == KvNInventoryIDs::HCN[serialNumber] || root == KvNInventoryIDs::CN[serialNumber];
+}
+
+/** What the root of a board's tree says of the board, for the members that nothing else says. */
+void describeByTree(BoardDescription& board)
+{
+    const auto text = [&](const KvCInventoryAddress& id) -> std::string {
+        const KvCInventoryParameter* parameter = board.tree->getParameter(id);
+        const KvCString* value = parameter == nullptr ? nullptr : parameter->valueIf<KvCString>();
+        return value == nullptr ? std::string() : std::string(value->c_str()).substr(0, longestName);
+    };
+    board.serialNumber = board.tree->getID().getIndex();
+    board.boardName = text(KvNInventoryIDs::NAME);
+    board.systemName = text(KvNInventoryIDs::SYSTEMNAME);
+    const KvCInventoryParameter* type = board.tree->getParameter(KvNInventoryIDs::BOARD_TYPE);
+    if (type != nullptr && type->valueIf<KvUInt32>() != nullptr)
+        board.boardType = *type->valueIf<KvUInt32>();
 }
 
 /** Reads a board file from its tokens; what stands inside an inline tree is handed on to the tree's own reader. */
@@ -398,7 +415,7 @@ bool readBoardFile(const std::string& path, std::vector<BoardDescription>& board
     if (!problem.empty())
         return false;
     if (board.tree) {
-        board.serialNumber = board.tree->getID().getIndex();
+        describeByTree(board);
         if (!isBoardRoot(board.tree->getID(), board.serialNumber)) {
             problem = path + ": the tree's root is " + shownAddress(board.tree->getID()) + ", not HCN or CN";
             return false;

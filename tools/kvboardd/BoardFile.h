@@ -10,9 +10,10 @@ namespace KvNBoardService {
 
 /**
  * Reads what `path` says about boards (docs/formats.md, "Board file"): a board file, or an inventory section, which
- * stands for one board on 127.0.0.1 with its serial number from the tree. Left out, `address` is 127.0.0.1, `boardType`
- * 0, and `boardName` and `systemName` are empty. False, and in `problem` the file, the place in it and what is wrong
- * there, when it cannot be read whole: unknown members, and a serial number or address used twice, are refused.
+ * stands for one board on 127.0.0.1 whose serial number, type and names are those of its tree. Left out, `address` is
+ * 127.0.0.1, `boardType` 0, and `boardName` and `systemName` are empty. False, and in `problem` the file, the place in
+ * it and what is wrong there, when it cannot be read whole: unknown members, and a serial number or address used twice,
+ * are refused.
  */
 bool readBoardFile(const std::string& path, std::vector<BoardDescription>& boards, std::string& problem);
 
