@@ -24,6 +24,8 @@ public:
     {
         m_inline[0] = {category, index};
     }
+    /** `count` elements, each two numbers of `pairs`: category and index. */
+    static KvCInventoryAddress fromPairs(const KvUInt32* pairs, KvUInt32 count);
     KvCInventoryAddress(const KvCInventoryAddress& other);
     /** Takes the other's elements and leaves it empty. */
     KvCInventoryAddress(KvCInventoryAddress&& other) noexcept;

@@ -197,13 +197,20 @@ private:
     }
     KvCInventoryItem* findOwnItem(const KvCInventoryAddress& address) const;
     KvCInventoryItem* addPathPart(KvCErrorListPool& errors, const KvCInventoryAddress& path, KvUInt32 length);
+    static KvCInventoryItem* makeItem(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description,
+                                      const char* origin);
     KvCInventoryParameter* getOwnParameter(KvUInt32 category) const;
+    KvCInventoryParameter* getLinkedParameter(KvUInt32 category) const;
     static KvCInventoryParameter* asInventoryParameter(KvCParam* parameter);
 
     KvCInventoryItem* copyNode(KvCErrorListPool& errors) const;
     void mergeParameters(KvCErrorListPool& errors, const KvCInventoryItem& source);
+    static void mergeSource(KvCErrorListPool& errors, KvCInventoryItem* target, KvCInventoryItem* source,
+                            KvUInt32 mode);
     bool isSharedData() const;
-    void linkChildren(KvCErrorListPool& errors);
+    KvCInventoryItem* sharedDataForChild(KvCErrorListPool& errors, const KvCInventoryItem& child,
+                                         bool& isEntered) const;
+    KvCInventoryItem* counterpartOfChild(const KvCInventoryItem& child) const;
 
     bool writeToStream(KvCErrorListPool& errors, int flags, int level, MyStream& stream) const;
 };

@@ -86,7 +86,7 @@ public:
     Hook getUpdateFunction() const;
     /** Sets all three hooks; null is none. When memory is out they stay as they were and 0x601002 is on the master
        error list. */
-    void setCheckWriteUpdateFunction(Hook check, Hook write, Hook update);
+    void setCheckWriteUpdateFunction(Hook checkHook, Hook writeHook, Hook updateHook);
 
     /** The auxiliary pointer, and its type in `type`. */
     void* getAuxPointer(KvNInventoryParameter::KvNAuxPointer::EType& type) const;
@@ -156,7 +156,7 @@ private:
     void adopt(KvCErrorListPool& errors);
 
     const KvCInventoryParameter* designated() const;
-    InventoryRare* makeRare(const char* origin);
+    InventoryRare* makeRare();
     KvCString getName() const;
 
     bool m_isModifiable = false;
