@@ -42,3 +42,21 @@ bool BoardCall::marshal(KvCErrorListPool& errors, const char* origin, const KvCI
 }
 
 }  // namespace KvNInventoryManager
+
+long KvCInventoryManager::marshalInventoryAddress(KvCErrorListPool& errors, KvCInventoryAddress address,
+                                                  KvInventoryManagerRpcIFInventoryAddress& out) const
+{
+    const std::size_t count = address.getLength();
+    out.values = static_cast<KvUInt32*>(KvNAllocation::allocate(count * 2 * sizeof(KvUInt32)));
+    out.elementCount = out.values != nullptr ? address.getLength() : 0;
+    out.valueCount = 2 * out.elementCount;
+    if (out.values == nullptr) {
+        KV_REPORT(errors, RemoteOutOfMemory, "KvCInventoryManager::marshalInventoryAddress");
+        return -1;
+    }
+    for (KvUInt32 i = 0; i < out.elementCount; ++i) {
+        out.values[2 * std::size_t{i}] = address.getCategoryAt(i);
+        out.values[2 * std::size_t{i} + 1] = address.getIndexAt(i);
+    }
+    return 0;
+}

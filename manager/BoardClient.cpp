@@ -13,6 +13,8 @@
  * used by all that follow.
  */
 
+using KvNInventoryManager::readNumber;
+
 namespace {
 
 /** Guards the registry of clients. Made when the library is loaded and kept until the process ends, since threads may

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+namespace KvNInventoryManager {
+
 bool readNumber(KvCErrorListPool& errors, void* handle, KvNDeviceAccess::HandleParameter id, KvUInt32& value)
 {
     KvUInt32 size = sizeof value;
@@ -21,3 +23,5 @@ bool readText(KvCErrorListPool& errors, void* handle, KvNDeviceAccess::HandlePar
     std::memcpy(text, received, sizeof received);
     return true;
 }
+
+}  // namespace KvNInventoryManager

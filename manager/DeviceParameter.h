@@ -2,6 +2,8 @@
 
 #include "platform/dal/KvDALBase.h"
 
+namespace KvNInventoryManager {
+
 /** Size of the texts among a device's parameters, with their NUL. */
 constexpr KvUInt32 DeviceTextSize = 256;
 
@@ -12,3 +14,5 @@ bool readNumber(KvCErrorListPool& errors, void* handle, KvNDeviceAccess::HandleP
     (reported). */
 bool readText(KvCErrorListPool& errors, void* handle, KvNDeviceAccess::HandleParameter id,
               char (&text)[DeviceTextSize]);
+
+}  // namespace KvNInventoryManager

@@ -11,6 +11,9 @@
 #include "platform/errorhandling/KvNRtosAbstraction.h"
 
 using namespace KvNDeviceAccess;
+using KvNInventoryManager::DeviceTextSize;
+using KvNInventoryManager::readNumber;
+using KvNInventoryManager::readText;
 
 /** The arrays of the handle, shared by its copies. */
 struct KvCInventoryRootHandle::Boards : KvNAllocation::Object

@@ -41,9 +41,14 @@ long KvCInventoryManager::readParameter(KvCErrorListPool& errors, KVINVENTORYMAN
         KV_REPORT(errors, ReceivedParameterInvalid, origin);
         return -1;
     }
+    // A copy of a text that cannot be had is reported to the master list only.
+    const KvNReport::Watch copying(KvNReport::masterList());
     parameter = *received;
     delete received;
-    return 0;
+    if (!copying.grew())
+        return 0;
+    KV_REPORT(errors, RemoteOutOfMemory, origin);
+    return -1;
 }
 
 long KvCInventoryManager::getLocalAddress(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
@@ -58,9 +63,7 @@ long KvCInventoryManager::getLocalAddress(KvCErrorListPool& errors, KVINVENTORYM
         KV_REPORT(errors, RemoteAddressCorrupt, origin);
         return -1;
     }
-    KvCInventoryAddress extended = address;
-    for (KvUInt32 i = 0; i < received.elementCount; ++i)
-        extended = extended / KvCInventoryAddress(received.values[2 * i], received.values[2 * i + 1]);
+    KvCInventoryAddress extended = address / KvCInventoryAddress::fromPairs(received.values, received.elementCount);
     if (extended.getLength() != KvUInt64{address.getLength()} + received.elementCount) {
         KV_REPORT(errors, OutOfMemory, origin);
         return -1;

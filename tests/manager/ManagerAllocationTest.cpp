@@ -1,0 +1,150 @@
+#include <functional>
+
+#include "ManagerTest.h"
+#include "tests/support/CapturedOutput.h"
+#include "tests/support/FailingAllocation.h"
+
+/* Memory that is out at any point: an operation reports it, or does what it should all the same. */
+
+namespace {
+
+class WithoutMemory : public OneBoard
+{
+protected:
+    /** Fails the 1st, the 2nd ... allocation of `operation` until it needs no more; each time it fails and says so, or
+        succeeds. `operation` gives its result, and cleans up after itself. */
+    void eachFails(const std::function<long(KvCErrorListPool&)>& operation)
+    {
+        for (const bool lasting : {false, true}) {
+            std::size_t number = 1;
+            for (;; ++number) {
+                KvCErrorListPool reported;
+                bool failed = false;
+                long result = 0;
+                {
+                    const FailingAllocation failing(number, lasting);
+                    result = operation(reported);
+                    failed = failing.hasFailed();
+                }
+                if (result == 0)
+                    EXPECT_EQ(0u, reported.getErrorCount()) << number;
+                else
+                    EXPECT_NE(0u, reported.getErrorCount()) << number << " failed without a word";
+                if (!failed) {
+                    EXPECT_EQ(0, result);
+                    break;
+                }
+            }
+            EXPECT_LT(1u, number) << "the operation takes memory";
+        }
+        KvCErrorManager::getMasterErrorList().clear();
+    }
+
+    CapturedOutput output;
+};
+
+TEST_F(WithoutMemory, aScanFailsOrIsWhole)
+{
+    board.client->answer(1, scanResult(0, treeStream(Serial)));
+    eachFails([this](KvCErrorListPool& reported) {
+        KvCInventoryItem* tree = nullptr;
+        const long result = manager.scan(reported, root, tree);
+        EXPECT_EQ(result == 0, tree != nullptr);
+        if (tree != nullptr) {
+            KvCErrorListPool reading;
+            const FailingAllocation none(0);
+            EXPECT_EQ(Serial,
+                      tree->getValue<KvUInt32>(reading, KvNInventoryIDs::HCN[Serial] / KvNInventoryIDs::SERIAL_NUMBER));
+            EXPECT_STREQ("Main processor of the board",
+                         tree->getValue<KvCString>(
+                                 reading, KvNInventoryIDs::HCN[Serial] / KvNInventoryIDs::CPU / KvNInventoryIDs::NAME)
+                             .c_str());
+        }
+        manager.deleteInventoryTree(tree);
+        return result;
+    });
+}
+
+TEST_F(WithoutMemory, aScanThatNamesItsBoardsFailsOrIsWhole)
+{
+    board.client->answer(1, scanResult(0, treeStream(Serial)));
+    eachFails([this](KvCErrorListPool& reported) {
+        KvCInventoryItem* tree = nullptr;
+        KvNInventoryManager::KvTBoardScans boards;
+        const long result = manager.scanBoards(reported, root, tree, boards);
+        EXPECT_EQ(result == 0, tree != nullptr);
+        if (result == 0) {
+            EXPECT_EQ(1u, boards.size());
+            EXPECT_EQ(KvNInventoryManager::BoardComplete, boards[0].result);
+        }
+        manager.deleteInventoryTree(tree);
+        return result;
+    });
+}
+
+TEST_F(WithoutMemory, aReadFailsOrIsWhole)
+{
+    const char* text = "a text that needs memory of its own";
+    board.client->answer(
+        2, Record().number(0).opaque(parameterStream(KvCString(text), "a unit of some length")).opaque({}));
+    eachFails([this, text](KvCErrorListPool& reported) {
+        KvCErrorListPool setup;
+        KvCInventoryParameter parameter(setup, KvNInventoryIDs::NAME, nullptr, KvCString(), "", false, 0);
+        const long result = manager.readParameter(reported, root, address, parameter);
+        if (result == 0) {
+            const FailingAllocation none(0);
+            EXPECT_STREQ(text, parameter.getValue<KvCString>(setup).c_str());
+            EXPECT_STREQ("a unit of some length", parameter.getUnit());
+        }
+        return result;
+    });
+}
+
+TEST_F(WithoutMemory, aWriteFailsOrSendsTheWholeValue)
+{
+    board.client->answer(3, Record().number(0).opaque({}));
+    lockWith(1);
+    const KvCInventoryAddress deep = address / address / address;  // longer than an address holds in itself
+    const KvCString text("a text that needs memory of its own");
+    std::size_t calls = 0;
+    Bytes whole;
+    const auto write = [&](KvCErrorListPool& reported) {
+        const long result = manager.writeParameterValue(reported, root, deep, lock, text);
+        if (board.client->calls().size() != calls) {
+            calls = board.client->calls().size();
+            if (whole.empty())
+                whole = sent();
+        }
+        if (result == 0)
+            EXPECT_EQ(whole, sent());
+        return result;
+    };
+    EXPECT_EQ(0, write(errors));
+    eachFails(write);
+}
+
+TEST_F(WithoutMemory, theBoardsOwnAddressIsWholeOrLeftAlone)
+{
+    Record reply;
+    reply.number(6).number(12);
+    for (KvUInt32 i = 0; i < 12; ++i)
+        reply.number(i + 1);
+    board.client->answer(4, reply.opaque({}));
+    eachFails([this](KvCErrorListPool& reported) {
+        KvCInventoryAddress own = KvNInventoryIDs::CPU;
+        const long result = Probe::getLocalAddress(reported, *board.client, own);
+        EXPECT_EQ(result == 0 ? 7u : 1u, own.getLength());
+        return result;
+    });
+}
+
+TEST_F(WithoutMemory, anEntryThatTheBoardReportsIsStillCounted)
+{
+    board.client->answer(6, Record().number(0).opaque(errorBlock(0x1600807)));
+    lockWith(1);
+    const FailingAllocation failing(2, true);  // the address is marshalled, and then there is no more
+    EXPECT_EQ(-1, manager.apply(errors, root, address, lock));
+    EXPECT_NE(0u, errors.getErrorCount());
+}
+
+}  // namespace
