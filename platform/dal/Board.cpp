@@ -160,18 +160,21 @@ void Board::endClaims(const void* owner) noexcept
 void Board::addAccess(const void* owner)
 {
     const std::lock_guard<std::mutex> guard(registry().mutex);
-    m_access.push_back({owner, 0});
+    m_access.push_back({owner, 0, {}});
 }
 
-void Board::setAccess(const void* owner, KvUInt32 accessId) noexcept
+void Board::setAccess(const void* owner, KvUInt32 accessId, std::chrono::steady_clock::time_point until) noexcept
 {
     const std::lock_guard<std::mutex> guard(registry().mutex);
     const auto known =
         std::find_if(m_access.begin(), m_access.end(), [owner](const Access& access) { return access.owner == owner; });
     if (known == m_access.end())
         return;
+    const bool renewed = known->id == accessId;
     known->id = accessId;
-    std::rotate(known, known + 1, m_access.end());
+    known->until = until;
+    if (!renewed)
+        std::rotate(known, known + 1, m_access.end());
 }
 
 void Board::removeAccess(const void* owner) noexcept
@@ -186,8 +189,9 @@ void Board::removeAccess(const void* owner) noexcept
 KvUInt32 Board::accessInForce() const noexcept
 {
     const std::lock_guard<std::mutex> guard(registry().mutex);
-    const auto last =
-        std::find_if(m_access.rbegin(), m_access.rend(), [](const Access& access) { return access.id != 0; });
+    const auto now = std::chrono::steady_clock::now();
+    const auto last = std::find_if(m_access.rbegin(), m_access.rend(),
+                                   [now](const Access& access) { return access.id != 0 && now < access.until; });
     return last == m_access.rend() ? 0 : last->id;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <thread>
@@ -56,8 +57,9 @@ public:
 
     /** Enters `owner` among those whose access id may be in force, until removeAccess(). Throws std::bad_alloc. */
     void addAccess(const void* owner);
-    /** The access id of an owner that was entered; 0: none. The one that was set last is in force. */
-    void setAccess(const void* owner, KvUInt32 accessId) noexcept;
+    /** The access id of an owner that was entered, and how long it is good; 0: none. Of those that are good, the one
+        that came last is in force. */
+    void setAccess(const void* owner, KvUInt32 accessId, std::chrono::steady_clock::time_point until = {}) noexcept;
     void removeAccess(const void* owner) noexcept;
     /** The access id in force; 0: none. */
     KvUInt32 accessInForce() const noexcept;
@@ -74,6 +76,7 @@ private:
     {
         const void* owner;
         KvUInt32 id;
+        std::chrono::steady_clock::time_point until;
     };
     Client* entryOf(KvUInt32 key) noexcept;
 

@@ -57,7 +57,7 @@ void Lease::grant(KvUInt32 accessId, KvUInt32 seconds, Clock::time_point asked) 
     m_duration = std::chrono::seconds(std::min(seconds, longest));
     m_end = asked + m_duration;
     m_next = asked + m_duration / 3;
-    m_board->setAccess(this, accessId);
+    m_board->setAccess(this, accessId, m_end);
 }
 
 void Lease::adopt(KvUInt32 accessId) noexcept
@@ -65,7 +65,7 @@ void Lease::adopt(KvUInt32 accessId) noexcept
     const std::lock_guard<std::mutex> guard(m_mutex);
     m_state = State::Adopted;
     m_accessId = accessId;
-    m_board->setAccess(this, accessId);
+    m_board->setAccess(this, accessId, Clock::time_point::max());
 }
 
 void Lease::end(State state) noexcept
@@ -99,6 +99,7 @@ void Lease::kept(KvUInt32 accessId, Clock::time_point asked) noexcept
         return;
     m_end = std::max(m_end, asked + m_duration);
     m_next = asked + m_duration / 3;
+    m_board->setAccess(this, accessId, m_end);
 }
 
 void Lease::postpone() noexcept
