@@ -35,15 +35,15 @@ bool grow(XDR* xdrs, std::size_t bytes)
     return true;
 }
 
-/** The next `bytes` bytes of the stream, which moves behind them; null when there are fewer. */
-unsigned char* advance(XDR* xdrs, std::size_t bytes)
+/** The next `bytes` bytes of the stream, which moves behind them; false when there are fewer. */
+bool advance(XDR* xdrs, std::size_t bytes, unsigned char** place)
 {
     if (bytes > xdrs->x_handy && (xdrs->x_limit == 0 || !grow(xdrs, bytes)))
-        return nullptr;
-    unsigned char* place = xdrs->x_private;
+        return false;
+    *place = xdrs->x_private;
     xdrs->x_private += bytes;
     xdrs->x_handy -= bytes;
-    return place;
+    return true;
 }
 
 void* allocate(XDR* xdrs, std::size_t bytes)
@@ -56,8 +56,8 @@ void* allocate(XDR* xdrs, std::size_t bytes)
 
 bool_t putUnit(XDR* xdrs, KvUInt32 value)
 {
-    unsigned char* place = advance(xdrs, unitBytes);
-    if (place == nullptr)
+    unsigned char* place = nullptr;
+    if (!advance(xdrs, unitBytes, &place))
         return 0;
     for (unsigned i = 0; i < unitBytes; ++i)
         place[i] = static_cast<unsigned char>(value >> (24 - 8 * i));
@@ -66,8 +66,8 @@ bool_t putUnit(XDR* xdrs, KvUInt32 value)
 
 bool_t getUnit(XDR* xdrs, KvUInt32* value)
 {
-    const unsigned char* place = advance(xdrs, unitBytes);
-    if (place == nullptr)
+    unsigned char* place = nullptr;
+    if (!advance(xdrs, unitBytes, &place))
         return 0;
     KvUInt32 read = 0;
     for (unsigned i = 0; i < unitBytes; ++i)
@@ -96,22 +96,25 @@ bool_t smallInteger(XDR* xdrs, T* value, KvInt32 low, KvInt32 high)
 
 bool_t putPadded(XDR* xdrs, const char* bytes, std::size_t size)
 {
-    unsigned char* place = advance(xdrs, size);
-    if (place == nullptr)
+    unsigned char* place = nullptr;
+    if (!advance(xdrs, size, &place))
         return 0;
     if (size != 0)
         std::memcpy(place, bytes, size);
-    unsigned char* pad = advance(xdrs, padding(size));
-    if (pad == nullptr)
+    const std::size_t rest = padding(size);
+    if (rest == 0)
+        return 1;
+    if (!advance(xdrs, rest, &place))
         return 0;
-    std::memset(pad, 0, padding(size));
+    std::memset(place, 0, rest);
     return 1;
 }
 
 bool_t getPadded(XDR* xdrs, char* bytes, std::size_t size)
 {
-    const unsigned char* place = advance(xdrs, size);
-    if (place == nullptr || advance(xdrs, padding(size)) == nullptr)
+    unsigned char* place = nullptr;
+    unsigned char* pad = nullptr;
+    if (!advance(xdrs, size, &place) || !advance(xdrs, padding(size), &pad))
         return 0;
     if (size != 0)
         std::memcpy(bytes, place, size);

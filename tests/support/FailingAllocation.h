@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 #include "platform/errorhandling/KvCErrorList.h"
@@ -28,15 +29,15 @@ private:
     static bool ask(void* context, std::size_t)
     {
         auto* self = static_cast<FailingAllocation*>(context);
-        ++self->m_count;
-        const bool fails = self->m_number != 0 &&
-                           (self->m_lasting ? self->m_count >= self->m_number : self->m_count == self->m_number);
-        self->m_hasFailed = self->m_hasFailed || fails;
+        const std::size_t count = ++self->m_count;
+        const bool fails = self->m_number != 0 && (self->m_lasting ? count >= self->m_number : count == self->m_number);
+        if (fails)
+            self->m_hasFailed = true;
         return !fails;
     }
 
     const std::size_t m_number;
     const bool m_lasting;
-    std::size_t m_count = 0;
-    bool m_hasFailed = false;
+    std::atomic<std::size_t> m_count{0};
+    std::atomic<bool> m_hasFailed{false};
 };
