@@ -33,8 +33,9 @@ bool KvNRtosAbstraction::lockMutex(Mutex* mutex, KvInt32 timeoutMs) noexcept
 {
     if (mutex == nullptr)
         return false;
+    // By the system's clock: waiting by the steady one is unknown to the thread sanitizer.
     if (timeoutMs >= 0)
-        return mutex->mutex.try_lock_for(std::chrono::milliseconds(timeoutMs));
+        return mutex->mutex.try_lock_until(std::chrono::system_clock::now() + std::chrono::milliseconds(timeoutMs));
     mutex->mutex.lock();
     return true;
 }
