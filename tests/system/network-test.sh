@@ -1,0 +1,88 @@
+#!/bin/sh
+# The programs on a network of their own: the board's port mapper on port 111, a real rpcbind, and a captured scan in
+# which another program finds no malformed frame. $1 names the case, $2 is the folder of kvinv and kvboardd, $3 the
+# folder of the samples. Exit status 77: skipped, with the reason.
+set -eu
+case=$1 kvinv=$2/kvinv/kvinv kvboardd=$2/kvboardd/kvboardd samples=$3
+
+skip() { echo "skipped: $*"; exit 77; }
+
+if [ -z "${KV_IN_NAMESPACE:-}" ]; then
+    command -v unshare >/dev/null || skip "unshare is not installed"
+    unshare --net --mount --map-root-user true 2>/dev/null || skip "network namespaces cannot be made here"
+    export KV_IN_NAMESPACE=1
+    exec unshare --net --mount --map-root-user "$0" "$@"
+fi
+
+ip link set lo up
+mount -t tmpfs none /run
+work=$(mktemp -d)
+started=
+finish() {
+    status=$?
+    for process in $started; do kill "$process" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+    [ "$status" -eq 0 ] || [ "$status" -eq 77 ] || cat "$work"/*.log 2>/dev/null || true
+    rm -rf "$work"
+    exit "$status"
+}
+trap finish EXIT
+
+fail() { echo "failed: $*"; exit 1; }
+startBoards() {
+    mkfifo "$work/ready"
+    "$kvboardd" --boards "$samples/rack-boards.json" --state "$work/state" "$@" >"$work/ready" 2>"$work/kvboardd.log" &
+    started="$started $!"
+    read -r line <"$work/ready" || fail "the service did not start"
+    [ "$line" = "ready: 8 boards" ] || fail "the service said: $line"
+}
+# Waits until the command succeeds, a minute at most.
+until_() {
+    tries=0
+    until "$@" >/dev/null 2>&1; do
+        tries=$((tries + 1))
+        [ "$tries" -lt 600 ] || fail "never succeeded: $*"
+        sleep 0.1
+    done
+}
+boards=127.0.0.11,127.0.0.12,127.0.0.13,127.0.0.14,127.0.0.15,127.0.0.16,127.0.0.17,127.0.0.18
+
+case "$case" in
+    portmapper)
+        startBoards --portmap 111
+        found=$("$kvinv" discover | grep -c 'IO-[1-8]') || true
+        [ "$found" = 8 ] || fail "the hosts' own networks show $found boards"
+        [ "$("$kvinv" get 'HCN[4713]/SERIAL_NUMBER')" = 4713 ] || fail "a board found without a selection was not read"
+        command -v rpcinfo >/dev/null || skip "rpcinfo is not installed"
+        rpcinfo -p 127.0.0.14 | grep -q '^ *8 *1 *tcp ' || fail "rpcinfo does not list the inventory manager"
+        rpcinfo -t 127.0.0.14 8 1 || fail "the null procedure of the inventory manager by TCP"
+        rpcinfo -t 127.0.0.14 536890198 1 || fail "the null procedure of device access by TCP"
+        rpcinfo -u 127.0.0.14 536890198 1 || fail "the null procedure of device access by UDP"
+        ;;
+    rpcbind)
+        command -v rpcbind >/dev/null || skip "rpcbind is not installed"
+        rpcbind -f >"$work/rpcbind.log" 2>&1 &
+        started="$started $!"
+        until_ rpcinfo -p 127.0.0.1
+        startBoards --rpcbind
+        "$kvinv" scan --ip "$boards" -o "$work/rack.inv"
+        cmp "$work/rack.inv" "$samples/rack.inv" || fail "the scanned tree is not the sample's"
+        rpcinfo -t 127.0.0.1 8 1 || fail "the null procedure through rpcbind"
+        ;;
+    capture)
+        command -v tshark >/dev/null || skip "tshark is not installed"
+        startBoards --portmap 111
+        tshark -i lo -w "$work/scan.pcap" -q >"$work/tshark.log" 2>&1 &
+        tshark=$!
+        until_ test -s "$work/scan.pcap"
+        "$kvinv" scan --ip "$boards" -o "$work/rack.inv"
+        until_ sh -c "tshark -r '$work/scan.pcap' -Y 'rpc.program == 8 && rpc.msgtyp == 1' 2>/dev/null | grep -c . | grep -qx 8"
+        kill "$tshark"
+        wait "$tshark" || true
+        malformed=$(tshark -r "$work/scan.pcap" -Y '_ws.malformed' 2>/dev/null | grep -c .) || true
+        [ "$malformed" = 0 ] || fail "$malformed malformed frames"
+        echo "$(tshark -r "$work/scan.pcap" -Y rpc 2>/dev/null | grep -c .) RPC frames, none malformed"
+        ;;
+    *) fail "no such case: $case" ;;
+esac
+echo "passed: $case"
