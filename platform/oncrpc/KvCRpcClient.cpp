@@ -28,11 +28,11 @@ struct Target
     Target(const char* host, unsigned port)
     {
         if (port != 0)
-            std::snprintf(text, sizeof text, "%s:%u", host, port);
+            std::snprintf(text, sizeof text, "%.64s:%u", host, port);
         else
-            std::snprintf(text, sizeof text, "%s", host);
+            std::snprintf(text, sizeof text, "%.64s", host);
     }
-    char text[64];
+    char text[80];
 };
 
 /** A call's header and, behind it, its arguments. */
