@@ -297,12 +297,27 @@ void Access::joinChain(Node* first, Node* newHolder)
     }
 }
 
+bool Access::closesRing(const Node* first, const Node* newHolder)
+{
+    // Of the new holder and its ancestors only one can be in the chain: the one that is held like the chain's first.
+    const Node* above = newHolder;
+    while (above != nullptr && holder(above) != holder(first))
+        above = holder(above);
+    return above != nullptr && isInChain(above, first);
+}
+
+bool Access::isInChain(const Node* node, const Node* first)
+{
+    while (first != nullptr && first != node)
+        first = first->m_sibling;
+    return first != nullptr;
+}
+
 bool Access::changeSibling(Node* node, Node* sibling)
 {
-    for (const Node* other = sibling; other != nullptr; other = other->m_sibling)
-        if (other == node)
-            return true;
     Node* const newHolder = holder(node);
+    if (sibling != nullptr && (isInChain(node, sibling) || closesRing(sibling, newHolder)))
+        return true;
     if (newHolder == nullptr) {
         link(node, sibling);
         return true;

@@ -75,6 +75,11 @@ struct KvNCompositeAccess
     /** The free chain from `first` on is in the chain of `newHolder` now, as far as it is free. */
     static void joinChain(Node* first, Node* newHolder);
 
+    /** Whether `node` is in the chain from `first` on. */
+    static bool isInChain(const Node* node, const Node* first);
+    /** Whether the new holder of the chain from `first` on is below a node of that chain, or one itself. */
+    static bool closesRing(const Node* first, const Node* newHolder);
+
     static long attachOne(Node* parent, Node* child);
     /** setSibling; false when memory is out and nothing was changed. */
     static bool changeSibling(Node* node, Node* sibling);

@@ -132,7 +132,7 @@ void KvCComposite::detachChild(const KvCComposite* child)
 void KvCComposite::replaceChild(KvCErrorListPool& errors, KvCComposite* newChild, const KvCComposite* oldChild)
 {
     const bool isChild = oldChild != nullptr && Access::holder(oldChild) == this;
-    const bool closesRing = newChild == nullptr || (newChild != oldChild && Access::isAncestor(newChild, this));
+    const bool closesRing = newChild == nullptr || (newChild != oldChild && Access::closesRing(newChild, this));
     if (!isChild || closesRing) {
         KV_REPORT(errors, CompositeNotFound, "KvCComposite::replaceChild",
                   oldChild == nullptr ? 0 : oldChild->m_classId, oldChild == nullptr ? 0 : oldChild->m_unitId);
