@@ -116,6 +116,9 @@ inline asio::ip::address_v4 toAddress(KvUInt32 address)
     return asio::ip::address_v4(static_cast<asio::ip::address_v4::uint_type>(address));
 }
 
+/** Whether a system call's error is this condition. */
+bool isCondition(const std::error_code& error, std::errc condition) noexcept;
+
 /** Whether a system call failed for want of memory or descriptors. */
 bool isShortage(const std::error_code& error) noexcept;
 

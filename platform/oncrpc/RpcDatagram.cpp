@@ -93,6 +93,8 @@ struct RpcDatagram::State : public KvNAllocation::Object
     Handler handler = nullptr;
     void* context = nullptr;
     bool running = false;
+    /** A handler may ask further, so nothing is done while one runs. */
+    unsigned handlersRunning = 0;
     End end = End::Deadline;
     KvUInt32 cancels = 0;
     TimePoint deadline;
@@ -428,13 +430,15 @@ void RpcDatagram::State::finish(Item& item, Reply reply) noexcept
         item.open = false;
         --openItems;
     }
+    ++handlersRunning;
     handler(context, exchange, reply);
+    --handlersRunning;
     stopIfDone();
 }
 
 void RpcDatagram::State::stopIfDone() noexcept
 {
-    if (running && openItems == 0)
+    if (running && handlersRunning == 0 && openItems == 0)
         stop(End::AllAnswered);
 }
 

@@ -15,10 +15,18 @@ bool wouldBlock(const std::error_code& error)
 
 }  // namespace
 
+bool isCondition(const std::error_code& error, std::errc condition) noexcept
+{
+    // The transport's own category knows only some conditions; the system's knows all of its numbers.
+    return std::system_category().default_error_condition(error.value()) == condition;
+}
+
 bool isShortage(const std::error_code& error) noexcept
 {
-    return error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
-           error == std::errc::not_enough_memory || error == std::errc::no_buffer_space;
+    return error &&
+           (isCondition(error, std::errc::too_many_files_open) ||
+            isCondition(error, std::errc::too_many_files_open_in_system) ||
+            isCondition(error, std::errc::not_enough_memory) || isCondition(error, std::errc::no_buffer_space));
 }
 
 const char* describeError(const std::error_code& error, char* buffer, std::size_t bytes) noexcept
@@ -36,7 +44,7 @@ const char* describeError(const std::error_code& error, char* buffer, std::size_
         return "the network cannot be reached";
     if (error == asio::error::timed_out)
         return "the network gave up";
-    if (error == asio::error::access_denied || error == std::errc::operation_not_permitted)
+    if (error == asio::error::access_denied || isCondition(error, std::errc::operation_not_permitted))
         return "not permitted";
     std::snprintf(buffer, bytes, "system error %d", error.value());
     return buffer;

@@ -72,12 +72,15 @@ ServerCore::~ServerCore() = default;
 
 int ServerCore::listenFailed(const std::error_code& error) noexcept
 {
-    if (error == asio::error::address_in_use)
-        std::snprintf(m_lastError, sizeof m_lastError, "the port is in use");
-    else if (error == std::errc::address_not_available)
-        std::snprintf(m_lastError, sizeof m_lastError, "the address is not one of this machine");
-    else
-        std::snprintf(m_lastError, sizeof m_lastError, "%s", describeError(error, m_lastError, sizeof m_lastError));
+    char number[32];
+    const char* text = describeError(error, number, sizeof number);
+    if (isCondition(error, std::errc::address_in_use))
+        text = "the port is in use";
+    else if (isCondition(error, std::errc::address_not_available))
+        text = "the address is not one of this machine";
+    else if (isShortage(error))
+        text = "no memory or no descriptor";
+    std::snprintf(m_lastError, sizeof m_lastError, "%s", text);
     return 0;
 }
 

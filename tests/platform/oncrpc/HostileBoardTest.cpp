@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+// GoogleTest's header has to come first.
 #include <rapidcheck/gtest.h>
 
 #include <chrono>

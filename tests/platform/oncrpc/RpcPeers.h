@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -124,6 +125,12 @@ public:
         const std::lock_guard lock(mutex);
         notes += what;
         notes += '\n';
+    }
+    /** Waits until this has been noted. */
+    void awaitNote(const std::string& text)
+    {
+        while (allNotes().find(text) == std::string::npos)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     std::string allNotes()
     {
