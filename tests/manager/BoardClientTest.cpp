@@ -1,3 +1,4 @@
+#include <atomic>
 #include <thread>
 
 #include "ManagerTest.h"
@@ -143,15 +144,21 @@ TEST_F(Client, ofNoDeviceHandleIsNone)
 
 TEST_F(Client, ofOneBoardDoesNotHoldUpOthersWhileItConnects)
 {
-    // The first board's port mapper is found dead only after the connect time-out of 5 s.
-    infos.push_back(deviceInfo(0xC0000201, 54));  // 192.0.2.1 belongs to nobody
+    ScriptedBoards::Board& silent = add(54);
+    silent.mapPorts(false);
     add(55);
     start();
-    std::thread slow([handle = device(0)] {
+    std::atomic<bool> over = false;
+    std::thread slow([&over, handle = device(0)] {
         KvCErrorListPool own;
-        Probe::getRPCClient(own, handle);
+        EXPECT_NE(nullptr, Probe::getRPCClient(own, handle));
+        EXPECT_EQ(2u, own.getErrorCount());
+        EXPECT_EQ(0x1600803u, own.getErrorCode(1));
+        over = true;
     });
+    EXPECT_TRUE(silent.waitForCalls(ScriptedBoards::PortMapperProgram, 3, 1));
     EXPECT_NE(nullptr, Probe::getRPCClient(errors, device(1)));
+    EXPECT_FALSE(over) << "the other board was served while the first was still connecting";
     EXPECT_EQ(Codes(), codesOf(errors));
     KvCRpcClient::cancelAll();
     slow.join();

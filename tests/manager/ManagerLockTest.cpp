@@ -103,7 +103,7 @@ TEST_F(Lock, ofALevelThatIsNoneIsRefused)
 TEST_F(Lock, withoutMemoryIsReported)
 {
     {
-        const FailingAllocation failing(1, true);
+        const FailingAllocation failing(1);
         EXPECT_EQ(-1, manager.lock(errors, root, address, 2, lock));
     }
     EXPECT_EQ(nullptr, lock);

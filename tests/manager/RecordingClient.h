@@ -22,11 +22,6 @@ public:
     };
 
     explicit RecordingClient(KvCErrorListPool& errors) : KVINVENTORYMANAGERRPCIF1Client(errors, "127.0.0.1") {}
-    ~RecordingClient() override
-    {
-        if (m_destroyed != nullptr)
-            *m_destroyed = true;
-    }
 
     void answer(KvUInt32 procedure, const Bytes& results) { m_answers[procedure] = {Success, results}; }
     /** The call fails as `outcome` says, after the bytes given have been decoded. */
@@ -34,10 +29,9 @@ public:
     {
         m_answers[procedure] = {outcome, results};
     }
-    void tellDestruction(bool& destroyed) { m_destroyed = &destroyed; }
 
     const std::vector<Call>& calls() const { return m_calls; }
-    /** Results that were decoded, and results given back. */
+    /** Calls that could leave something in a result, and results given back. */
     int decoded() const { return m_decoded; }
     int released() const { return m_released; }
 
@@ -46,13 +40,18 @@ public:
     long clntCall(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments,
                   KvNXdr::xdrproc_t decoder, void* result) override
     {
-        m_calls.push_back({procedure, encoded(encoder, arguments)});
+        Bytes sent;
+        if (!encode(encoder, arguments, sent)) {
+            errors.setError(CallFailed, __LINE__, "RecordingClient::clntCall", nullptr);
+            return OutOfMemory;
+        }
+        m_calls.push_back({procedure, sent});
+        ++m_decoded;
         const Answer& answer = m_answers[procedure];
         KvNXdr::XDR xdrs;
         Bytes results = answer.results;
         KvNXdr::xdrmem_create(&xdrs, reinterpret_cast<char*>(results.data()), results.size(), KvNXdr::XDR_DECODE);
         const bool whole = decoder(&xdrs, result) != 0 && KvNXdr::xdrmem_left(&xdrs) == 0;
-        ++m_decoded;
         const long outcome = answer.outcome != Success ? answer.outcome : whole ? long{Success} : long{ReplyMalformed};
         if (outcome != Success)
             errors.setError(CallFailed, __LINE__, "RecordingClient::clntCall", nullptr);
@@ -70,16 +69,23 @@ public:
 
     static Bytes encoded(KvNXdr::xdrproc_t encoder, void* object)
     {
-        KvNXdr::XDR xdrs;
-        KvNXdr::xdrgrow_create(&xdrs, 1 << 26);
         Bytes bytes;
-        if (encoder(&xdrs, object) != 0)
-            bytes.assign(xdrs.x_base, xdrs.x_base + KvNXdr::xdrmem_used(&xdrs));
-        KvNXdr::xdrgrow_destroy(&xdrs);
+        encode(encoder, object, bytes);
         return bytes;
     }
 
 private:
+    static bool encode(KvNXdr::xdrproc_t encoder, void* object, Bytes& bytes)
+    {
+        KvNXdr::XDR xdrs;
+        KvNXdr::xdrgrow_create(&xdrs, 1 << 26);
+        const bool done = encoder(&xdrs, object) != 0;
+        if (done)
+            bytes.assign(xdrs.x_base, xdrs.x_base + KvNXdr::xdrmem_used(&xdrs));
+        KvNXdr::xdrgrow_destroy(&xdrs);
+        return done;
+    }
+
     struct Answer
     {
         long outcome = Success;
@@ -90,5 +96,4 @@ private:
     std::vector<Call> m_calls;
     int m_decoded = 0;
     int m_released = 0;
-    bool* m_destroyed = nullptr;
 };

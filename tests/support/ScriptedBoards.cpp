@@ -93,6 +93,12 @@ void ScriptedBoards::Board::identify(bool answers)
     set(DeviceAccessProgram, IdentifyProcedure, answers ? Kind::Answer : Kind::Stall, identity);
 }
 
+void ScriptedBoards::Board::mapPorts(bool answers)
+{
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_mapsPorts = answers;
+}
+
 std::vector<ScriptedBoards::Call> ScriptedBoards::Board::calls(KvUInt32 program) const
 {
     const std::lock_guard<std::mutex> guard(m_mutex);
@@ -103,13 +109,13 @@ std::vector<ScriptedBoards::Call> ScriptedBoards::Board::calls(KvUInt32 program)
     return calls;
 }
 
-bool ScriptedBoards::Board::waitForCalls(KvUInt32 procedure, std::size_t count) const
+bool ScriptedBoards::Board::waitForCalls(KvUInt32 program, KvUInt32 procedure, std::size_t count) const
 {
     std::unique_lock<std::mutex> guard(m_mutex);
-    return m_called.wait_for(guard, std::chrono::seconds(10), [&] {
+    return m_called.wait_for(guard, std::chrono::seconds(30), [&] {
         std::size_t found = 0;
         for (const Call& call : m_calls)
-            found += call.program == InventoryProgram && call.procedure == procedure ? 1 : 0;
+            found += call.program == program && call.procedure == procedure ? 1 : 0;
         return found >= count;
     });
 }
@@ -187,9 +193,8 @@ void ScriptedBoards::answerPortMapper(const Board& board, const KvNRpc::ServerCa
 void ScriptedBoards::call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply)
 {
     Board& board = m_boards[static_cast<std::size_t>(call.board)];
-    if (call.program == KvNRpc::portMapperProgram)
-        return answerPortMapper(board, call, reply);
     Board::Behaviour behaviour;
+    bool mapsPorts;
     {
         const std::lock_guard<std::mutex> guard(board.m_mutex);
         board.m_calls.push_back(
@@ -200,8 +205,15 @@ void ScriptedBoards::call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter re
         const auto found = board.m_behaviours.find({call.program, call.procedure});
         if (found != board.m_behaviours.end())
             behaviour = found->second;
+        mapsPorts = board.m_mapsPorts;
     }
     board.m_called.notify_all();
+    if (call.program == PortMapperProgram) {
+        if (mapsPorts)
+            return answerPortMapper(board, call, reply);
+        m_unanswered.push_back(std::move(reply));
+        return;
+    }
     if (call.procedure == 0)
         return reply.success(nullptr, 0);
     switch (behaviour.kind) {

@@ -23,6 +23,7 @@ class ScriptedBoards : private KvNRpc::ServerHandler
 public:
     using Bytes = std::vector<unsigned char>;
 
+    static constexpr KvUInt32 PortMapperProgram = 100000;
     static constexpr KvUInt32 InventoryProgram = 8;
     static constexpr KvUInt32 DeviceAccessProgram = 0x20004B56;
 
@@ -51,11 +52,13 @@ public:
         void lack(KvUInt32 procedure);
         /** Whether the board tells who it is. */
         void identify(bool answers);
+        /** Whether its port mapper answers. */
+        void mapPorts(bool answers);
 
         /** The calls of a program so far, but for the null procedure. */
         std::vector<Call> calls(KvUInt32 program = InventoryProgram) const;
-        /** Waits until a procedure of the inventory manager service was called so many times; false after 10 s. */
-        bool waitForCalls(KvUInt32 procedure, std::size_t count) const;
+        /** Waits until a procedure was called so many times; false after 30 s. */
+        bool waitForCalls(KvUInt32 program, KvUInt32 procedure, std::size_t count) const;
         /** Connections that came to the inventory manager service and carried a call. */
         std::size_t connections() const;
 
@@ -85,6 +88,7 @@ public:
         std::map<std::pair<KvUInt32, KvUInt32>, Behaviour> m_behaviours;
         std::vector<Call> m_calls;
         std::vector<KvUInt64> m_connections;
+        bool m_mapsPorts = true;
         int m_inventoryTcp = 0;
         int m_accessTcp = 0;
         int m_accessUdp = 0;
