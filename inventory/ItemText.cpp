@@ -297,15 +297,15 @@ private:
     /** What stands for the byte at `next`; null for the byte itself. */
     static const char* replacementOf(const char* next, const char* end)
     {
-        const auto byte = static_cast<signed char>(*next);
-        if (byte < 9 || byte == 11 || byte == 12 || (byte >= 14 && byte < 32))
+        const auto code = static_cast<signed char>(*next);
+        if (code < 9 || code == 11 || code == 12 || (code >= 14 && code < 32))
             return ".";
-        if (byte == '&')
+        if (code == '&')
             return "&amp;";
-        if (byte == '<')
+        if (code == '<')
             return "&lt;";
         // Kept: only at the very end of the value, and the two bytes behind the bracket follow as they are.
-        if (byte == ']' && end - next == 3 && next[1] == ']' && next[2] == '>')
+        if (code == ']' && end - next == 3 && next[1] == ']' && next[2] == '>')
             return "]]&gt;";
         return nullptr;
     }

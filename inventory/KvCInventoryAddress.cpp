@@ -96,9 +96,11 @@ KvCInventoryAddress::KvCInventoryAddress(KvCInventoryAddress&& other) noexcept :
     take(other);
 }
 
-KvCInventoryAddress::KvCInventoryAddress(const Element* first, KvUInt32 count) : KvCInventoryAddress()
+KvCInventoryAddress KvCInventoryAddress::of(const Element* first, KvUInt32 count)
 {
-    append(first, count);
+    KvCInventoryAddress address;
+    address.append(first, count);
+    return address;
 }
 
 KvCInventoryAddress KvCInventoryAddress::fromPairs(const KvUInt32* pairs, KvUInt32 count)
@@ -215,7 +217,7 @@ KvCString KvCInventoryAddress::getCategoryName() const
 
 KvCInventoryAddress KvCInventoryAddress::getFirstElement() const
 {
-    return KvCInventoryAddress(elements(), std::min<KvUInt32>(m_length, 1));
+    return of(elements(), std::min<KvUInt32>(m_length, 1));
 }
 
 KvCInventoryAddress KvCInventoryAddress::getLastElement() const
@@ -225,12 +227,12 @@ KvCInventoryAddress KvCInventoryAddress::getLastElement() const
 
 KvCInventoryAddress KvCInventoryAddress::getHeadAddress() const
 {
-    return m_length < 2 ? KvCInventoryAddress() : KvCInventoryAddress(elements(), m_length - 1);
+    return m_length < 2 ? KvCInventoryAddress() : of(elements(), m_length - 1);
 }
 
 KvCInventoryAddress KvCInventoryAddress::getSubAddress() const
 {
-    return m_length < 2 ? KvCInventoryAddress() : KvCInventoryAddress(elements() + 1, m_length - 1);
+    return m_length < 2 ? KvCInventoryAddress() : of(elements() + 1, m_length - 1);
 }
 
 bool KvCInventoryAddress::isPrefix(const KvCInventoryAddress& prefix) const

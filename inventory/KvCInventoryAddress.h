@@ -101,7 +101,7 @@ private:
 
     const Element* elements() const { return m_capacity == kInline ? m_inline : m_heap; }
     Element* elements() { return m_capacity == kInline ? m_inline : m_heap; }
-    KvCInventoryAddress(const Element* first, KvUInt32 count);
+    static KvCInventoryAddress of(const Element* first, KvUInt32 count);
     bool append(const Element* first, KvUInt32 count);
     void append(const KvCInventoryAddress& other) { append(other.elements(), other.m_length); }
     bool reserve(KvUInt32 length);

@@ -24,10 +24,6 @@ KvUInt32 hashOf(const char* text, std::size_t length)
 KvCInventoryTagMap::~KvCInventoryTagMap()
 {
     KvNAllocation::release(m_names);
-    m_names = nullptr;
-    m_slots = nullptr;
-    m_capacity = 0;
-    m_count = 0;
 }
 
 KvUInt32 KvCInventoryTagMap::add(KvUInt32 category, const char* name)

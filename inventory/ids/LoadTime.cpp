@@ -2,6 +2,7 @@
 
 #include "base/MessageTables.h"
 #include "inventory/ids/KvNInventoryIDs.h"
+#include "inventory/ids/PredefinedNames.h"
 
 /*
  * All load-time work of the library, in the order in which it stands here; unloading takes it back in reverse order.
@@ -22,7 +23,8 @@ namespace KvNInventoryIDs {
 KvCInventoryTagMap Map;
 const KvCInventoryAddress THIS_NODE;
 
-#define KV_INVENTORY_ID(number, NAME) const KvCInventoryAddress NAME = KvCInventoryAddress(Map.add(number, #NAME));
+#define KV_INVENTORY_ID(number, NAME) \
+    const KvCInventoryAddress NAME = KvCInventoryAddress(Map.add(number, predefinedName(number)));
 #include "inventory/ids/InventoryIDs.def"
 #undef KV_INVENTORY_ID
 
