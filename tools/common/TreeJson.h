@@ -40,8 +40,8 @@ private:
     std::string m_text;
 };
 
-/** Writes the document {"format": "korvel-inventory", "version": 1, "tree": ITEM} and a line feed. Indentation stops
-    growing at 32 levels. False when the sink refused; throws std::bad_alloc when memory is out. */
+/** Writes the document {"format": "korvel-inventory", "version": 1, "tree": ITEM} and a line feed. Below 32 levels
+    nothing is indented. False when the sink refused; throws std::bad_alloc when memory is out. */
 bool writeTree(Sink& sink, const KvCInventoryItem& root);
 
 /** Writes one ITEM with everything below it, without a line feed at the end. */

@@ -269,6 +269,19 @@ bool typeByName(std::string_view name, KvUInt32& type)
     return false;
 }
 
+bool isText(const char* text, const std::string& wanted)
+{
+    return wanted == (text != nullptr ? text : "");
+}
+
+/** Whether every text has found memory: one that has not is empty, which is said to nobody here. */
+bool isWhole(const KvCInventoryParameter& parameter, const ParameterFrame& frame)
+{
+    const KvCString* value = parameter.valueIf<KvCString>();
+    return isText(parameter.getDescription(), frame.description) && isText(parameter.getUnit(), frame.unit) &&
+           (value == nullptr || isText(value->c_str(), frame.value.text));
+}
+
 std::string quoted(std::string_view text)
 {
     constexpr std::size_t longest = 60;
@@ -638,7 +651,7 @@ bool ItemReader::Impl::finishParameter()
     parameter->setUnit(frame.unit.c_str());
     parameter->setModifiableFlag(frame.modifiable);
     parameter->setRelevance(frame.relevance);
-    if (errors.getErrorCount() > 0)
+    if (errors.getErrorCount() > 0 || !isWhole(*parameter, frame))
         return outOfMemory(errors);
     m_frames.back().parameters.push_back(std::move(parameter));
     state = State::Parameters;
@@ -674,7 +687,7 @@ bool ItemReader::Impl::finishItem()
     KvCErrorListPool errors;
     std::unique_ptr<KvCInventoryItem> item(
         new (errors) KvCInventoryItem(errors, KvCInventoryAddress(frame.id, frame.index), frame.description.c_str()));
-    if (item == nullptr || errors.getErrorCount() > 0)
+    if (item == nullptr || errors.getErrorCount() > 0 || !isText(item->getDescription(), frame.description))
         return outOfMemory(errors);
     if (!attachAll(*item, frame))
         return false;

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <charconv>
 
 #include "inventory/KvCInventoryItem.h"
@@ -12,6 +11,8 @@ namespace KvNTreeJson {
 namespace {
 
 constexpr std::size_t pieceSize = 65536;
+/** Nobody reads what is deeper; without a limit the blanks of a deep tree would outgrow everything else. */
+constexpr std::size_t widestIndentation = 64;
 
 void appendId(std::string& out, KvUInt32 id)
 {
@@ -91,7 +92,7 @@ private:
 void TreeWriter::newLine(std::size_t column)
 {
     m_text += '\n';
-    m_text.append(std::min<std::size_t>(column, 64), ' ');
+    m_text.append(column <= widestIndentation ? column : 0, ' ');
     if (m_text.size() >= pieceSize)
         flush();
 }

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t pieceSize = 65536;
 /** What is read from a pipe has to be held in memory. */
-constexpr std::size_t largestPiped = std::size_t{1} << 30;
+constexpr std::size_t largestPiped = std::size_t{256} << 20;
 
 /** A file as the bytes of a JSON document. */
 class FileSource : public KvNJson::Source
@@ -56,7 +56,7 @@ bool readAll(const std::string& path, std::vector<char>& bytes, Console& console
         return false;
     }
     if (bytes.size() > largestPiped) {
-        console.problem(shownName(path) + ": more than 1 GiB, which only a regular file may have");
+        console.problem(shownName(path) + ": more than 256 MiB, which only a regular file may have");
         return false;
     }
     return true;

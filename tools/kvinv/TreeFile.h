@@ -15,7 +15,7 @@ namespace TreeFile {
 bool isRegular(const std::string& path);
 /** How messages name a file. */
 std::string shownName(const std::string& path);
-/** Everything that can be read of a file; false, told, when that fails or is more than 1 GiB. */
+/** Everything that can be read of a file; false, told, when that fails or is more than 256 MiB. */
 bool readAll(const std::string& path, std::vector<char>& bytes, Console& console);
 
 /** The tree of the inventory section in the file (- for standard input); null, told, when there is none. */

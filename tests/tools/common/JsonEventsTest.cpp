@@ -71,7 +71,7 @@ std::string inJson(std::string_view bytes)
 }
 
 template <class T>
-std::string inJson(T value)
+std::enable_if_t<std::is_floating_point_v<T>, std::string> inJson(T value)
 {
     std::string out;
     appendFloat(out, value);

