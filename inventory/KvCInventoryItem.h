@@ -156,8 +156,8 @@ public:
 
     using KvCComposite::apply;
     using KvCComposite::update;
-    /** The three passes over this item's subtree, children before their parent, parameters in order; each visits all,
-        whatever fails. `context` is handed to every hook. */
+    // The three passes over this item's subtree: children before their parent, parameters in order; each visits all,
+    // whatever fails. `context` is handed to every hook.
     /** Lets the check hooks judge the designated values: a rejected one is dropped with 0x1300811. */
     void check(KvCErrorListPool& errors, KvCInventoryItem* context);
     /** Writes the designated values by the write hooks and adopts them. 0x1300806 no hook, 0x1300804 the hook reported

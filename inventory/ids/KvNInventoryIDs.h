@@ -9,7 +9,7 @@
 
 /**
  * The predefined inventory IDs: 811 one-element addresses with the numbers 0 to 810, each registered under its own name
- * (docs/formats.md lists them). A path is written ROOT / CPU[2] / FIRMWARE. All of it is ready as soon as the library
+ * (InventoryIDs.def lists them). A path is written ROOT / CPU[2] / FIRMWARE. All of it is ready as soon as the library
  * is loaded and read-only from then on, for any number of threads.
  */
 namespace KvNInventoryIDs {
