@@ -2,7 +2,6 @@
 #include <cstring>
 
 #include "platform/dal/BoardCall.h"
-#include "platform/dal/DeviceAccessRecords.h"
 #include "platform/dal/Entries.h"
 #include "platform/dal/KvDALAp.h"
 
@@ -36,13 +35,12 @@ KvInt32 KvDAL_getAccessState(KvCErrorListPool& errors, void* device, KvDALSHolde
         return reportInvalidHandle(errors, origin);
     return guarded(errors, origin, [&] {
         DecodedAccessState state;
-        BoardCall call{AccessState, nullptr, nullptr, DecodedAccessState::routine,
+        BoardCall call{AccessState, KvNXdr::xdr_void, nullptr, DecodedAccessState::routine,
                        static_cast<KvdaAccessState*>(&state)};
         const KvInt32 result = callBoard(errors, origin, *entry->board, call);
         if (result != Ok)
             return result;
-        if (state.errorList.size != 0)
-            errors.deSerialize(reinterpret_cast<const unsigned char*>(state.errorList.data), state.errorList.size);
+        appendErrors(errors, state.errorList);
         if (state.status != 0)
             return reportRefusal(errors, origin, *entry->board, state.status, nullptr);
         const KvUInt32 room = *count;

@@ -4,7 +4,6 @@
 #include <new>
 
 #include "base/Report.h"
-#include "platform/dal/DeviceAccessRecords.h"
 #include "platform/dal/KvDALBase.h"
 #include "platform/oncrpc/KvCRpcClient.h"
 
@@ -85,6 +84,12 @@ KvInt32 callBoard(KvCErrorListPool& errors, const char* origin, Board& board, Bo
         return Ok;
     KV_REPORT(errors, DalConnectionFailed, origin, board.address());
     return ConnectionFailed;
+}
+
+void appendErrors(KvCErrorListPool& errors, const KvdaBytes& block)
+{
+    if (block.size != 0)
+        errors.deSerialize(reinterpret_cast<const unsigned char*>(block.data), block.size);
 }
 
 KvInt32 reportRefusal(KvCErrorListPool& errors, const char* origin, const Board& board, KvInt32 status,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/dal/Board.h"
+#include "platform/dal/DeviceAccessRecords.h"
 #include "platform/errorhandling/KvCErrorList.h"
 #include "platform/oncrpc/KvXdr.h"
 
@@ -22,6 +23,9 @@ struct BoardCall
     reply is lost, each time for at most 5 seconds. ConnectionFailed and the reason are reported with `origin`. Throws
     std::bad_alloc. */
 KvInt32 callBoard(KvCErrorListPool& errors, const char* origin, Board& board, BoardCall& call);
+
+/** Appends the entries that a board sent with its reply; a block that is malformed adds nothing. */
+void appendErrors(KvCErrorListPool& errors, const KvdaBytes& block);
 
 /** Reports the status by which a board refused a call, as the Result that stands for it; `owner` is the holder of a
     locked board. */

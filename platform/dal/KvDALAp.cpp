@@ -1,18 +1,11 @@
 #include "platform/dal/KvDALAp.h"
 
 #include "platform/dal/BoardCall.h"
-#include "platform/dal/DeviceAccessRecords.h"
 #include "platform/dal/Entries.h"
 
 using namespace KvNDeviceAccess;
 
 namespace {
-
-void appendErrors(KvCErrorListPool& errors, const KvdaBytes& block)
-{
-    if (block.size != 0)
-        errors.deSerialize(reinterpret_cast<const unsigned char*>(block.data), block.size);
-}
 
 KvInt32 reportInvalidReply(KvCErrorListPool& errors, const char* origin, const Board& board)
 {

@@ -26,7 +26,7 @@ KV_EXPORT KvInt32 KvDAL_createAccessRestrictionHandle(KvCErrorListPool& errors, 
 
 /** Withdraws the lock from the board, when one was granted, and deletes the handle, whatever the result. An adopted
     lock is left as it is. Results: InvalidHandle (deleted before), AccessLost (it was gone already), ConnectionFailed,
-    InvalidReply, BoardRefused + status. */
+    OutOfMemory, BoardRefused + status. */
 KV_EXPORT KvInt32 KvDAL_deleteAccessRestrictionHandle(KvCErrorListPool& errors, void* lock);
 
 /** Asks the board for `level` (KvNDeviceAccess::AccessLevel), or changes the level of the lock held; answers at once. A
@@ -53,6 +53,6 @@ struct KvDALSHolder
 
 /** Asks the device's board who holds locks on it and copies them to `holders`, which has room for `*count` records (64
     are always enough); `*count` becomes their number. Results: InvalidHandle, InvalidArgument, OutOfMemory,
-    ConnectionFailed, InvalidReply, BoardRefused + status, ListTooSmall (nothing is copied; `*count` is what is needed).
+    ConnectionFailed, BoardRefused + status, ListTooSmall (nothing is copied; `*count` is what is needed).
  */
 KV_EXPORT KvInt32 KvDAL_getAccessState(KvCErrorListPool& errors, void* device, KvDALSHolder* holders, KvUInt32* count);

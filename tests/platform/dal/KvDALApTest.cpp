@@ -485,3 +485,55 @@ TEST(KvDALLock, manyThreadsTakeAndGiveBackLocksAtOnce)
     for (std::thread& user : users)
         user.join();
 }
+
+TEST(KvDALAccessState, namesEveryHolder)
+{
+    ScriptedBoard board = boardAt(address, 5);
+    board.holders = {"anna@bench (kvinv)", std::string(255, 'o')};
+    ScriptedRack rack({board});
+    Device device(address, 5);
+    KvCErrorListPool errors;
+    KvDALSHolder holders[3];
+    KvUInt32 count = 3;
+    ASSERT_EQ(KvDAL_getAccessState(errors, device.handle, holders, &count), 0);
+    ASSERT_EQ(count, 2u);
+    EXPECT_STREQ(holders[0].owner, "anna@bench (kvinv)");
+    EXPECT_EQ(holders[0].level, 1);
+    EXPECT_EQ(holders[0].ipAddress, 0x0A000009u);
+    EXPECT_EQ(holders[0].secondsHeld, 5u);
+    EXPECT_EQ(holders[0].secondsLeft, 15u);
+    EXPECT_EQ(std::string(holders[1].owner), std::string(255, 'o'));
+    EXPECT_EQ(errors.getErrorCount(), 0u);
+}
+
+TEST(KvDALAccessState, saysHowMuchRoomIsNeeded)
+{
+    ScriptedBoard board = boardAt(address, 5);
+    board.holders = {"a", "b"};
+    ScriptedRack rack({board});
+    Device device(address, 5);
+    KvCErrorListPool errors;
+    KvUInt32 count = 0;
+    EXPECT_EQ(KvDAL_getAccessState(errors, device.handle, nullptr, &count), ListTooSmall);
+    EXPECT_EQ(count, 2u);
+    rack.with(0, [](ScriptedBoard& now) { now.holders.clear(); });
+    count = 0;
+    EXPECT_EQ(KvDAL_getAccessState(errors, device.handle, nullptr, &count), Ok);
+    EXPECT_EQ(count, 0u);
+    count = 1;
+    EXPECT_EQ(KvDAL_getAccessState(errors, device.handle, nullptr, &count), InvalidArgument);
+    EXPECT_EQ(KvDAL_getAccessState(errors, device.handle, nullptr, nullptr), InvalidArgument);
+    EXPECT_EQ(KvDAL_getAccessState(errors, nullptr, nullptr, &(count = 0)), InvalidHandle);
+}
+
+TEST(KvDALAccessState, thatABoardRefusesIsReported)
+{
+    ScriptedBoard board = boardAt(address, 5);
+    board.refusal = 12;
+    ScriptedRack rack({board});
+    Device device(address, 5);
+    KvCErrorListPool errors;
+    KvUInt32 count = 0;
+    EXPECT_EQ(KvDAL_getAccessState(errors, device.handle, nullptr, &count), BoardLimit);
+    EXPECT_THAT(codes(errors), ElementsAre(0x20080C));
+}

@@ -155,6 +155,8 @@ void ScriptedRack::call(const ServerCall& call, ReplyWriter reply)
         case KeepAccess:
         case ReleaseAccess:
             return keepOrRelease(call, std::move(reply), board);
+        case AccessState:
+            return accessState(std::move(reply), board);
         default:
             return reply.procedureUnavailable();
     }
@@ -229,6 +231,19 @@ void ScriptedRack::requestAccess(const ServerCall& call, ReplyWriter reply, Scri
         return;
     }
     succeed(reply, xdr_KvdaAccess, access);
+}
+
+void ScriptedRack::accessState(ReplyWriter reply, ScriptedBoard& board)
+{
+    std::vector<KvdaHolder> holders;
+    for (const std::string& owner : board.holders)
+        holders.push_back({1, wireText(owner), ip(10, 0, 0, 9), 5, 15});
+    KvdaAccessState state;
+    state.status = static_cast<KvInt32>(board.refusal);
+    state.holders = holders.data();
+    state.holderCount = static_cast<KvUInt32>(holders.size());
+    state.errorList = wireBytes(board.errorList);
+    succeed(reply, xdr_KvdaAccessState, state);
 }
 
 void ScriptedRack::keepOrRelease(const ServerCall& call, ReplyWriter reply, ScriptedBoard& board)

@@ -49,6 +49,8 @@ struct ScriptedBoard
     std::string otherHolder;                 // someone else has the board
     std::vector<unsigned char> errorList;    // with every answer
 
+    std::vector<std::string> holders;  // that it says it has, each at level 1
+
     // what has happened
     KvUInt32 datagrams = 0;  // requests to the port mapper by UDP
     KvUInt32 streams = 0;    // and by TCP
@@ -89,6 +91,7 @@ private:
     void mapPort(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply, ScriptedBoard& board);
     void identify(KvNRpc::ReplyWriter reply, ScriptedBoard& board);
     void requestAccess(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply, ScriptedBoard& board);
+    void accessState(KvNRpc::ReplyWriter reply, ScriptedBoard& board);
     void keepOrRelease(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply, ScriptedBoard& board);
 
     std::mutex m_mutex;
