@@ -21,6 +21,8 @@ constexpr std::size_t markBytes = 4;
 constexpr std::size_t largestCall = 0x7FFFFFFF - markBytes;
 
 std::atomic<KvUInt32> defaultTimeout{0};
+std::atomic<KvCRpcClient::Trace> traceFunction{nullptr};
+std::atomic<void*> traceContext{nullptr};
 
 /** "address:port", or the address alone while the port is not known. */
 struct Target
@@ -278,6 +280,20 @@ long KvCRpcClient::clntCall(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr
 {
     if (const long failure = usable(errors, callOrigin); failure != Success)
         return failure;
+    const Trace trace = traceFunction.load(std::memory_order_relaxed);
+    if (trace == nullptr)
+        return callOnce(errors, procedure, encoder, arguments, decoder, result);
+    const auto began = std::chrono::steady_clock::now();
+    const long outcome = callOnce(errors, procedure, encoder, arguments, decoder, result);
+    const auto lasted = std::chrono::duration_cast<microseconds>(std::chrono::steady_clock::now() - began);
+    trace(traceContext.load(std::memory_order_relaxed),
+          {m_state->host, m_state->link.settings.program, procedure, outcome, static_cast<KvUInt64>(lasted.count())});
+    return outcome;
+}
+
+long KvCRpcClient::callOnce(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments,
+                            KvNXdr::xdrproc_t decoder, void* result)
+{
     const microseconds time = m_state->timeout();
     CallRequest request;
     request.cancelCount = KvNRpc::cancelCount();
@@ -351,4 +367,10 @@ void KvCRpcClient::cancelAll() noexcept
 void KvCRpcClient::setDefaultTimeout(KvUInt32 time) noexcept
 {
     defaultTimeout.store(time, std::memory_order_relaxed);
+}
+
+void KvCRpcClient::setTrace(Trace function, void* context) noexcept
+{
+    traceContext.store(context, std::memory_order_relaxed);
+    traceFunction.store(function, std::memory_order_relaxed);
 }

@@ -100,7 +100,8 @@ public:
     long setParameter(KvCErrorListPool& errors, KvUInt32 key, KvUInt32 value);
 
     /** Declares that repeating `procedure` (0 to 63) does no harm: a call of it whose connection ended before one byte
-        of the reply is tried once more. The null procedure always is repeatable. Numbers above 63 are ignored. */
+        of the reply is tried once more. The null procedure always is repeatable. Numbers above 63 are ignored.
+        Not for use while calls are in progress. */
     void setRepeatable(KvUInt32 procedure) noexcept;
 
     /** Ends every call, connect and search in progress in this process, each with Cancelled, within 50 ms. May be
@@ -110,8 +111,24 @@ public:
     /** From now on calls of all clients last at most `microseconds` instead of their parameter 6; 0 undoes that. */
     static void setDefaultTimeout(KvUInt32 microseconds) noexcept;
 
+    /** A call that has come to its end. The text is valid during the call of the trace function only. */
+    struct TracedCall
+    {
+        const char* hostAddress;
+        KvUInt32 program;
+        KvUInt32 procedure;
+        long result;  ///< a Result
+        KvUInt64 microseconds;
+    };
+    using Trace = void (*)(void* context, const TracedCall& call);
+    /** Has every call of every client told to `function` (null: none) when it has ended, on the thread that made it.
+        Must not throw. Not for use while calls are in progress. */
+    static void setTrace(Trace function, void* context) noexcept;
+
 private:
     struct State;
+    long callOnce(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments,
+                  KvNXdr::xdrproc_t decoder, void* result);
     long usable(KvCErrorListPool& errors, const char* origin) const;
 
     State* m_state;

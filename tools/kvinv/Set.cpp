@@ -67,7 +67,6 @@ int runSet(const Options& options, Console& console)
         return StatusFailed;
     KvCErrorListPool errors;
     bool good = write(errors, boards, address, lock.handle(), parameter) == 0;
-    // The parameter's item, and with it this value alone of what this lock has written there.
     good =
         good && !Interruption::happened() &&
         KvCInventoryManager::getInstance().apply(errors, boards.handle(), address.getHeadAddress(), lock.handle()) == 0;

@@ -5,6 +5,7 @@
 #include "platform/host/KvNHost.h"
 #include "tools/kvinv/CommandLine.h"
 #include "tools/kvinv/Interruption.h"
+#include "tools/kvinv/Trace.h"
 
 namespace {
 
@@ -49,6 +50,7 @@ int answer(const CommandLine& line, Console& console)
     }
     if (!Interruption::begin(options, console))
         return StatusUsage;
+    traceCalls(options);
     return run(line, console);
 }
 

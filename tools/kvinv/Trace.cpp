@@ -1,0 +1,55 @@
+#include "tools/kvinv/Trace.h"
+
+#include <cstdio>
+#include <string_view>
+
+#include "platform/host/KvNHost.h"
+#include "platform/oncrpc/KvCRpcClient.h"
+
+namespace {
+
+constexpr KvUInt32 inventoryProgram = 8;
+
+/** The name of a procedure of the inventory service; null for one that has none. */
+const char* procedureName(KvUInt32 program, KvUInt32 procedure)
+{
+    if (program != inventoryProgram)
+        return nullptr;
+    switch (procedure) {
+#define KV_PROCEDURE(number, name, repeatable) \
+    case number:                               \
+        return #name;
+#include "manager/rpc/Procedures.def"
+#undef KV_PROCEDURE
+        default:
+            return nullptr;
+    }
+}
+
+void tell(void*, const KvCRpcClient::TracedCall& call)
+{
+    // One write a line: calls of several threads end at the same time.
+    char line[256];
+    const double milliseconds = static_cast<double>(call.microseconds) / 1000;
+    const auto program = static_cast<unsigned long>(call.program);
+    const auto procedure = static_cast<unsigned long>(call.procedure);
+    const char* name = procedureName(call.program, call.procedure);
+    int length = 0;
+    if (name != nullptr)
+        length = std::snprintf(line, sizeof line, "kvinv: call %s %s(): result %ld, %.3f ms\n", call.hostAddress, name,
+                               call.result, milliseconds);
+    else
+        length = std::snprintf(line, sizeof line, "kvinv: call %s program 0x%lx procedure %lu: result %ld, %.3f ms\n",
+                               call.hostAddress, program, procedure, call.result, milliseconds);
+    if (length > 0)
+        std::fwrite(line, 1, static_cast<std::size_t>(length), stderr);
+}
+
+}  // namespace
+
+void traceCalls(const Options& options)
+{
+    const char* wanted = KvNHost::environment("KVINV_TRACE");
+    if (options.verbose > 1 || (wanted != nullptr && std::string_view(wanted) == "1"))
+        KvCRpcClient::setTrace(tell, nullptr);
+}
