@@ -105,7 +105,9 @@ void KvCBinDeserializer::deserialize(KvCErrorListPool& errors)
     m_actElement = m_root;
     m_serializationRoot = nullptr;
     m_actParameter = nullptr;
+    m_actParameterIsFree = false;
     while (buffer.getReadPosition() < buffer.getWritePosition()) {
+        dropFreeParameter();
         const KvNReport::Watch watch(errors);
         const auto tag = static_cast<unsigned char>(*buffer.getReadPointer());
         buffer.setReadPosition(errors, buffer.getReadPosition() + TagSize);
@@ -186,6 +188,7 @@ void KvCBinDeserializer::CompositeEnd(KvCErrorListPool& errors)
 void KvCBinDeserializer::CompositeParameter(KvCErrorListPool& errors)
 {
     m_actParameter = nullptr;
+    m_actParameterIsFree = false;
     if (m_buffer == nullptr) {
         KV_REPORT(errors, StreamNoBuffer, parameterOrigin);
         return;
@@ -210,8 +213,19 @@ void KvCBinDeserializer::CompositeParameter(KvCErrorListPool& errors)
         delete parameter;
         return;
     }
-    if (isRead)
+    if (isRead) {
         m_actParameter = parameter;
+        m_actParameterIsFree = m_actElement == nullptr;
+    }
+}
+
+void KvCBinDeserializer::dropFreeParameter()
+{
+    if (!m_actParameterIsFree)
+        return;
+    delete m_actParameter;
+    m_actParameter = nullptr;
+    m_actParameterIsFree = false;
 }
 
 KvCParam* KvCBinDeserializer::makeParameter(KvCErrorListPool& errors, const Record& record)

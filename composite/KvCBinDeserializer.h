@@ -58,8 +58,11 @@ public:
     /** The node that records are read into. */
     KvCComposite* getActElement() const { return m_actElement; }
     void setActElement(KvCComposite* element) { m_actElement = element; }
-    /** The parameter of the last parameter record. */
+    /** The parameter of the last parameter record. One that was read without an active element is nobody's: the caller
+        takes it over, or has it destroyed with dropFreeParameter(). */
     KvCParam* getActParameter() const { return m_actParameter; }
+    /** Destroys the parameter of the last parameter record when it was read without an active element. */
+    void dropFreeParameter();
 
 private:
     friend class KvCCompositeFactory;
@@ -77,5 +80,6 @@ private:
     KvCComposite* m_actElement = nullptr;
     KvCCompositeFactory* m_factory = nullptr;
     KvCParam* m_actParameter = nullptr;
+    bool m_actParameterIsFree = false;
     bool m_rootIsGiven = false;
 };

@@ -93,6 +93,7 @@ KvCComposite* KvCCompositeFactory::deserialize(KvCErrorListPool& errors, KvCComp
     deserializer.setRoot(root);
     deserializer.setFactory(this);
     deserializer.deserialize(errors);
+    temporary.dropFreeParameter();
     return deserializer.getSerializationRoot();
 }
 

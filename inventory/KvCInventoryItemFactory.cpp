@@ -25,6 +25,7 @@ public:
     ~Installed() { delete m_worker; }
 
     bool isReady() const { return m_isReady; }
+    Worker* operator->() const { return m_worker; }
 
 private:
     Worker* m_worker = nullptr;
@@ -85,6 +86,7 @@ void KvCInventoryItemFactory::deserialize(KvCErrorListPool& errors, KvCInventory
     }
     const KvNReport::Watch watch(errors);
     root = static_cast<KvCInventoryItem*>(KvCCompositeFactory::deserialize(errors, nullptr, in));
+    deserializer->dropFreeParameter();
     if (watch.grew()) {
         KV_REPORT(errors, InventoryTreeDeserializeFailed, origin);
         delete root;
