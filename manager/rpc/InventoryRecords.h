@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/KvExport.h"
 #include "platform/KvTypes.h"
 #include "platform/oncrpc/KvXdr.h"
 
@@ -32,9 +33,9 @@ struct Characters
 
 }  // namespace KvNInventoryRpc
 
-#define KV_WIRE_ROUTINE(Record)                                     \
-    KvNXdr::bool_t xdr_##Record(KvNXdr::XDR* xdrs, Record* record); \
-    template <>                                                     \
+#define KV_WIRE_ROUTINE(Record)                                               \
+    KV_EXPORT KvNXdr::bool_t xdr_##Record(KvNXdr::XDR* xdrs, Record* record); \
+    template <>                                                               \
     inline constexpr KvNXdr::xdrproc_t KvNInventoryRpc::routine<Record> = KvNXdr::proc<xdr_##Record>;
 
 /** A plain number. */

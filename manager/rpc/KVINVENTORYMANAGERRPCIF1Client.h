@@ -26,62 +26,65 @@ public:
  */
 namespace KvNInventoryRpc {
 
-long scan(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, bool flag,
-          KvInventoryManagerRpcIFScanResult& result);
+KV_EXPORT long scan(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, bool flag,
+                    KvInventoryManagerRpcIFScanResult& result);
 
-long readParameter(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                   KvInventoryManagerRpcIFInventoryAddress address, KvInventoryManagerRpcIFReadParameterResult& result);
+KV_EXPORT long readParameter(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                             KvInventoryManagerRpcIFInventoryAddress address,
+                             KvInventoryManagerRpcIFReadParameterResult& result);
 
-long writeParameterValue(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                         KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
-                         KvInventoryManagerRpcIFParameterValue value, KvInventoryManagerRpcIFStatusResult& result);
+KV_EXPORT long writeParameterValue(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                                   KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
+                                   KvInventoryManagerRpcIFParameterValue value,
+                                   KvInventoryManagerRpcIFStatusResult& result);
 
-long getLocalAddress(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                     KvInventoryManagerRpcIFLocalAddressResult& result);
+KV_EXPORT long getLocalAddress(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                               KvInventoryManagerRpcIFLocalAddressResult& result);
 
-long apply(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-           KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
-           KvInventoryManagerRpcIFStatusResult& result);
+KV_EXPORT long apply(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                     KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
+                     KvInventoryManagerRpcIFStatusResult& result);
 
 /** `fileName` is not null. */
-long update(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-            KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, const char* fileName,
-            KvInventoryManagerRpcIFFirmwareType firmwareType, KvUInt64 size,
-            KvInventoryManagerRpcIFStatusResult& result);
+KV_EXPORT long update(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                      KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, const char* fileName,
+                      KvInventoryManagerRpcIFFirmwareType firmwareType, KvUInt64 size,
+                      KvInventoryManagerRpcIFStatusResult& result);
 
-long updateStatus(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                  KvInventoryManagerRpcIFInventoryAddress address, KvInventoryManagerRpcIFUpdateStatusResult& result);
+KV_EXPORT long updateStatus(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                            KvInventoryManagerRpcIFInventoryAddress address,
+                            KvInventoryManagerRpcIFUpdateStatusResult& result);
 
-long updateErrors(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                  KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
-                  KvInventoryManagerRpcIFStatusResult& result);
-
-long generateRemoteFilename(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+KV_EXPORT long updateErrors(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
                             KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
-                            KvInventoryManagerRpcIFRemoteFilenameResult& result);
+                            KvInventoryManagerRpcIFStatusResult& result);
 
-long checkAuthority(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                    KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, KvUInt32 right,
-                    KvInventoryManagerRpcIFCheckAuthorityResult& result);
+KV_EXPORT long generateRemoteFilename(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                                      KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
+                                      KvInventoryManagerRpcIFRemoteFilenameResult& result);
 
-long updateFinish(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                  KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
-                  KvInventoryManagerRpcIFStatusResult& result);
+KV_EXPORT long checkAuthority(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                              KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, KvUInt32 right,
+                              KvInventoryManagerRpcIFCheckAuthorityResult& result);
+
+KV_EXPORT long updateFinish(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                            KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId,
+                            KvInventoryManagerRpcIFStatusResult& result);
 
 /** `fileName` is not null. */
-long update2(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-             KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, KvUInt32 kind, const char* fileName,
-             KvUInt64 size, KvInventoryManagerRpcIFStatusResult& result);
+KV_EXPORT long update2(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                       KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, KvUInt32 kind,
+                       const char* fileName, KvUInt64 size, KvInventoryManagerRpcIFStatusResult& result);
 
-long updateStatus2(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                   KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 selector,
-                   KvInventoryManagerRpcIFUpdateStatus2Result& result);
+KV_EXPORT long updateStatus2(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                             KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 selector,
+                             KvInventoryManagerRpcIFUpdateStatus2Result& result);
 
-long updateErrors2(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
-                   KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, KvUInt32 index,
-                   KvInventoryManagerRpcIFUpdateErrors2Result& result);
+KV_EXPORT long updateErrors2(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
+                             KvInventoryManagerRpcIFInventoryAddress address, KvUInt32 accessId, KvUInt32 index,
+                             KvInventoryManagerRpcIFUpdateErrors2Result& result);
 
-long registerParent(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, KvUInt32 parent,
-                    KvInventoryManagerRpcIFStatusResult& result);
+KV_EXPORT long registerParent(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, KvUInt32 parent,
+                              KvInventoryManagerRpcIFStatusResult& result);
 
 }  // namespace KvNInventoryRpc

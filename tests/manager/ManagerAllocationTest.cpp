@@ -83,7 +83,7 @@ TEST_F(WithoutMemory, aScanSaysWhichStepHadNone)
         manager.deleteInventoryTree(tree);
         return result;
     });
-    for (const KvUInt32 code : {0x160081Du, 0x1600804u, 0x1600816u, 0x1600817u, 0x160080Bu})
+    for (const KvUInt32 code : {0x160081Du, 0x1600804u, 0x1600816u, 0x1600817u, 0x1600818u, 0x160080Bu})
         EXPECT_EQ(1u, seen.count(code)) << std::hex << code;
 }
 
