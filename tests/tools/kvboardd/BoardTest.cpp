@@ -183,7 +183,7 @@ TEST_F(BoardTest, AnUnknownAddressIsRefused)
 {
     EXPECT_FALSE(write("HCN[4711]/TEST/NAME", 0x2000, {}));
     EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300801});
-    EXPECT_EQ(text(), "The board has nothing at the address HCN[4711]/TEST/NAME.");
+    EXPECT_EQ(text(), "Configuration error. The board has nothing at the address HCN[4711]/TEST/NAME.");
     EXPECT_FALSE(write("HCN[4711]/TEST[2]/TEST_UI8", 0x121, {1}));
     EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300801});
     std::size_t applied = 9;
@@ -202,7 +202,7 @@ TEST_F(BoardTest, AnotherBoardsAddressIsRefused)
         EXPECT_FALSE(write(address, 0x121, {1}));
         EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300802}) << address;
     }
-    EXPECT_EQ(text(), "Address  is not one of this board; its addresses begin with HCN[4711].");
+    EXPECT_EQ(text(), "Configuration error. Address  is not one of this board; its addresses begin with HCN[4711].");
 }
 
 TEST_F(BoardTest, AnItemIsNoParameter)
@@ -219,16 +219,16 @@ TEST_F(BoardTest, AParameterThatCannotBeChangedIsRefused)
 {
     EXPECT_FALSE(write("HCN[4711]/SERIAL_NUMBER", 0x124, {0, 0, 0, 1}));
     EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300803});
-    EXPECT_EQ(text(), "Parameter HCN[4711]/SERIAL_NUMBER cannot be changed.");
+    EXPECT_EQ(text(), "Access denied. Parameter HCN[4711]/SERIAL_NUMBER cannot be changed.");
 }
 
 TEST_F(BoardTest, AnotherTypeIsRefused)
 {
     EXPECT_FALSE(write("HCN[4711]/TEST/TEST_UI16", 0x112, {0, 1}));
     EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300804});
-    EXPECT_EQ(
-        text(),
-        "Parameter HCN[4711]/TEST/TEST_UI16 has the type UInt16, it cannot take a value with the type code 0x112.");
+    EXPECT_EQ(text(),
+              "Configuration error. Parameter HCN[4711]/TEST/TEST_UI16 has the type UInt16, it cannot take a value "
+              "with the type code 0x112.");
     for (const KvUInt32 type : {0u, 0x1124u, 0x1218u, 0x10122u, 0xFFFFFFFFu}) {
         EXPECT_FALSE(write("HCN[4711]/TEST/TEST_UI16", type, {0, 1}));
         EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300804});
@@ -241,7 +241,7 @@ TEST_F(BoardTest, AnotherSizeIsRefused)
         EXPECT_FALSE(write("HCN[4711]/TEST/TEST_UI16", 0x122, bytes));
         EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300805});
     }
-    EXPECT_EQ(text(), "Parameter HCN[4711]/TEST/TEST_UI16 takes values of 2 bytes, not of 3.");
+    EXPECT_EQ(text(), "Configuration error. Parameter HCN[4711]/TEST/TEST_UI16 takes values of 2 bytes, not of 3.");
     EXPECT_FALSE(write("HCN[4711]/TEST/TEST_V", 0x4000, Bytes(7, 0)));
     EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300805});
 }
@@ -254,7 +254,8 @@ TEST_F(BoardTest, TextsHaveNoZeroBytesAndALimit)
     EXPECT_TRUE(write("HCN[4711]/TEST/TEST_S", 0x2000, Bytes(4, 'x')));
     EXPECT_FALSE(write("HCN[4711]/TEST/TEST_S", 0x2000, Bytes(5, 'x')));
     EXPECT_EQ(codes(m_errors), std::vector<KvUInt32>{0x300807});
-    EXPECT_EQ(text(), "The text for parameter HCN[4711]/TEST/TEST_S has 5 bytes, at most 4 are allowed.");
+    EXPECT_EQ(text(),
+              "Configuration error. The text for parameter HCN[4711]/TEST/TEST_S has 5 bytes, at most 4 are allowed.");
 }
 
 TEST_F(BoardTest, ARefusedValueChangesNothing)
@@ -332,7 +333,7 @@ TEST_F(BoardStateTest, WhatCannotBeStoredIsNotApplied)
     m_errors.clear();
     EXPECT_FALSE(m_board->apply(m_errors, id, at("HCN[4711]"), applied));
     EXPECT_EQ(codes(m_errors), (std::vector<KvUInt32>{0x301001, 0x301000}));
-    EXPECT_EQ(text(), "The board cannot store its values: cannot rename to " +
+    EXPECT_EQ(text(), "OS error. The board cannot store its values: cannot rename to " +
                           m_folder.path("state/4711/inventory.inv") + ": Is a directory.");
     EXPECT_EQ(applied, 0u);
     EXPECT_EQ(value("TEST/TEST_UI8"), "8");
