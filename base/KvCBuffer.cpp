@@ -234,7 +234,7 @@ void KvCBuffer::WriteToFile(KvCErrorListPool& errors, const char* path) const
         KV_REPORT(errors, BufferNullPointer, "KvCBuffer::WriteToFile");
         return;
     }
-    std::FILE* file = std::fopen(path, "wb");
+    std::FILE* file = path == nullptr ? nullptr : std::fopen(path, "wb");
     bool written = file != nullptr;
     if (file != nullptr) {
         written = m_write == 0 || std::fwrite(m_start, 1, m_write, file) == m_write;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <cstddef>
 #include <cstring>
 
@@ -71,6 +72,16 @@ public:
     /** The pieces between the separators, empty ones included: always one more than there are separators, their number
         in `*count`. The caller releases the array with `delete[]`. Null and 0 when memory for the array is out. */
     KvCString* split(char sep, unsigned long* count) const;
+#if ULONG_MAX != 0xFFFFFFFFUL
+    /** The same for a count of 32 bits. */
+    KvCString* split(char sep, KvUInt32* count) const
+    {
+        unsigned long pieces;
+        KvCString* array = split(sep, &pieces);
+        *count = static_cast<KvUInt32>(pieces);
+        return array;
+    }
+#endif
 
     /** The difference of the first differing bytes, as signed 8-bit values on every host. Neither may be null. */
     static int strcmp(const char* a, const char* b) noexcept;
@@ -92,7 +103,10 @@ private:
     static constexpr std::size_t capacity = 15;
     static constexpr std::size_t lengthAt = 8;
 
-    bool isLong() const noexcept { return m_bytes[capacity] != 0; }
+    bool isLong() const noexcept
+    {
+        return m_bytes[capacity] != 0;
+    }
     char* block() const noexcept
     {
         char* pointer;

@@ -83,8 +83,8 @@ public:
     bool operator==(const KvCVersion& other) const noexcept { return getAsULong64() == other.getAsULong64(); }
     bool operator!=(const KvCVersion& other) const noexcept { return !(*this == other); }
     /** By mar, mir, mai, the rank of the special build, spn, plv. Kept: a special build of 3 or more ranks as the
-        arithmetic (spb + 2) mod 3 has it, so that 3 and 0 are neither less than each other nor equal, and each is greater
-        than the other. */
+        arithmetic (spb + 2) mod 3 has it, so that 3 and 0 are neither less than each other nor equal, and each is
+        greater than the other. */
     bool operator<(const KvCVersion& other) const noexcept;
     bool operator>=(const KvCVersion& other) const noexcept { return !(*this < other); }
     bool operator<=(const KvCVersion& other) const noexcept { return *this < other || *this == other; }

@@ -114,7 +114,7 @@ std::FILE* KvNRtosAbstraction::openRegularFile(const char* path, KvUInt64* size,
 {
     struct _stat64 status;
     *kind = FileKind::Missing;
-    if (_stat64(path, &status) != 0)
+    if (path == nullptr || _stat64(path, &status) != 0)
         return nullptr;
     if ((status.st_mode & _S_IFMT) != _S_IFREG) {
         *kind = FileKind::Other;
@@ -138,7 +138,7 @@ std::FILE* KvNRtosAbstraction::openRegularFile(const char* path, KvUInt64* size,
 {
     *kind = FileKind::Missing;
     struct stat status;
-    if (stat(path, &status) != 0)
+    if (path == nullptr || stat(path, &status) != 0)
         return nullptr;
     // Asked before opening: opening some devices does something. Asked again after it: the name may stand for another
     // file by then, and a pipe must not make us wait.

@@ -70,6 +70,7 @@ TEST_F(BufferFile, OverwritesTheFrontOfAWrittenBuffer)
 TEST_F(BufferFile, ThatIsMissingIsSilentlyNotRead)
 {
     buffer.ReadFromFile(errors, path("missing").c_str());
+    buffer.ReadFromFile(errors, nullptr);
     EXPECT_EQ(buffer.getOccupiedSize(), 0U);
     EXPECT_EQ(buffer.getSize(), 1024U);
     expectNoError();
@@ -137,6 +138,8 @@ TEST_F(BufferFile, ThatCannotBeWrittenIsReportedByItsPath)
     buffer.WriteToFile(errors, path("no/such/folder").c_str());
     EXPECT_EQ(errors.getErrorText(0),
               "Internal error. Korvel Support information: Cannot write to file " + path("no/such/folder") + ".");
+    expectReported(0xA00005, "KvCBuffer::WriteToFile");
+    buffer.WriteToFile(errors, nullptr);
     expectReported(0xA00005, "KvCBuffer::WriteToFile");
 #ifdef __linux__
     buffer.WriteToFile(errors, "/dev/full");

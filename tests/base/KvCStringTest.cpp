@@ -175,6 +175,15 @@ TEST(StringSplit, OfAStringWithoutTextIsOneEmptyPiece)
     delete[] pieces;
 }
 
+TEST(StringSplit, CountsInEitherWidth)
+{
+    KvUInt32 count = 9;
+    KvCString* pieces = KvCString("a/b/").split('/', &count);
+    ASSERT_EQ(count, 3U);
+    EXPECT_STREQ(pieces[1].c_str(), "b");
+    delete[] pieces;
+}
+
 TEST(StringSplit, WithoutMemoryIsNullAndNotReported)
 {
     KvNReport::masterList().clear();
