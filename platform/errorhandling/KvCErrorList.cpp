@@ -84,7 +84,7 @@ private:
     char m_digits[maximalArguments][12];
 };
 
-/** The texts that this thread has been given of the master list. */
+/** A text of the master list that this thread has been given. */
 class ThreadText
 {
 public:
@@ -115,6 +115,7 @@ private:
     char m_small[128];
 };
 
+thread_local ThreadText threadOrigin;
 thread_local ThreadText threadText;
 
 /** Where a placeholder stands in a text: the argument's number from 0, or -1 where there is none. */
@@ -229,7 +230,7 @@ const char* KvCErrorList::getErrorOrigin(KvUInt32 i) const
     if (m_kind != Kind::Master)
         return entry->origin();
     const std::size_t bytes = std::strlen(entry->origin()) + 1;
-    char* text = threadText.get(bytes);
+    char* text = threadOrigin.get(bytes);
     return text == nullptr ? "" : static_cast<const char*>(std::memcpy(text, entry->origin(), bytes));
 }
 

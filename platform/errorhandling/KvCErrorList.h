@@ -36,9 +36,10 @@ KV_EXPORT void* reallocate(void* block, std::size_t bytes) noexcept;
 /** Gives a block back; null is ignored. */
 KV_EXPORT void release(void* block) noexcept;
 
-/** Base of the library's classes: their objects come from allocate(), whether made with plain `new` or with
-    `new (errors)`; both give null, and no constructor runs, when memory is out. Adds no data. Small values that are
-    members of other classes use a base of their own, ObjectOf<Value>: two bases of one type cannot share an address. */
+/** Base of the library's classes: their objects come from allocate(), whether made with plain `new`, `new (errors)` or
+    `new (std::nothrow)`; each gives null, and no constructor runs, when memory is out. Adds no data. Small values that
+    are members of other classes use a base of their own, ObjectOf<Value>: two bases of one type cannot share an
+    address. */
 template <class Tag>
 struct ObjectOf
 {
@@ -46,11 +47,15 @@ struct ObjectOf
     static void* operator new[](std::size_t bytes) noexcept { return allocate(bytes); }
     static void* operator new(std::size_t bytes, KvCErrorListPool&) noexcept { return allocate(bytes); }
     static void* operator new[](std::size_t bytes, KvCErrorListPool&) noexcept { return allocate(bytes); }
+    static void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept { return allocate(bytes); }
+    static void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept { return allocate(bytes); }
     static void* operator new(std::size_t, void* place) noexcept { return place; }
     static void operator delete(void* block) noexcept { release(block); }
     static void operator delete[](void* block) noexcept { release(block); }
     static void operator delete(void* block, KvCErrorListPool&) noexcept { release(block); }
     static void operator delete[](void* block, KvCErrorListPool&) noexcept { release(block); }
+    static void operator delete(void* block, const std::nothrow_t&) noexcept { release(block); }
+    static void operator delete[](void* block, const std::nothrow_t&) noexcept { release(block); }
     static void operator delete(void*, void*) noexcept {}
 };
 using Object = ObjectOf<void>;
@@ -103,10 +108,11 @@ public:
     KvUInt32 getErrorCount() const { return m_count.load(std::memory_order_relaxed); }
     /** The entry's code; 0 past the end and for an entry that was not kept. */
     KvUInt32 getErrorCode(KvUInt32 i) const;
+    /** "Class::method"; valid until the list changes (master list: until this thread asks for the next origin). */
     const char* getErrorOrigin(KvUInt32 i) const;
     unsigned long getErrorLine(KvUInt32 i) const;
     /** The registered text with its placeholders filled, rendered now; valid until the list changes (master list: until
-        this thread's next call). A code without text gives "Unknown message 0x%x." */
+        this thread asks for the next text). A code without text gives "Unknown message 0x%x." */
     const char* getErrorText(KvUInt32 i) const;
 
     /** Empties the list. */
@@ -133,7 +139,8 @@ protected:
     static constexpr KvUInt32 defaultLimit = 65536;
 
     /** `limit` entries at most; the room for them grows by `growth` entries (0: geometrically). */
-    KvCErrorList(Kind kind, KvUInt32 growth, KvUInt32 limit) noexcept : m_limit(limit), m_growth(growth), m_kind(kind)
+    KvCErrorList(Kind kind, KvUInt32 growth, KvUInt32 limit) noexcept
+        : m_limit(limit), m_growth(growth < defaultLimit ? growth : defaultLimit), m_kind(kind)
     {}
     ~KvCErrorList();
 

@@ -85,12 +85,11 @@ struct CurrentOutput
 
 }  // namespace
 
-std::atomic<KvCErrorManager*> KvCErrorManager::s_pErrorManager{nullptr};
+constinit KvCErrorManager* const KvCErrorManager::s_pErrorManager = &theManager;
 
 KvCErrorManager* KvCErrorManager::getSingleton()
 {
-    s_pErrorManager.store(&theManager);
-    return &theManager;
+    return s_pErrorManager;
 }
 
 KvCErrorListPool& KvCErrorManager::getMasterErrorList()

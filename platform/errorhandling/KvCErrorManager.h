@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdarg>
 #include <cstddef>
 
@@ -39,10 +38,10 @@ public:
         Must not throw. */
     using Output = void (*)(void* context, bool warning, KvUInt32 code, const char* origin, const char* text);
 
-    /** The manager, null until it was asked for first. */
-    static std::atomic<KvCErrorManager*> s_pErrorManager;
+    /** The manager; there from the start, never null. */
+    static KvCErrorManager* const s_pErrorManager;
 
-    /** The manager, made by the first call. Never null. */
+    /** The same. */
     static KvCErrorManager* getSingleton();
 
     /** The process-wide list of what is reported where no caller's list is at hand. Keeps 300 entries; its texts are
@@ -59,7 +58,7 @@ public:
                              std::va_list arguments);
 
     /** A private list: room for `initialEntries` entries, growing by `growth` (0: geometrically), keeping at most
-        `limit` (0: as many as a list of its own). `flags` and `kind` are reserved: 0. To be given back with
+        `limit` (0: as many as a list of its own). `flags` and `kind` have no meaning here. To be given back with
         deleteErrorList. When memory is out, the master list. */
     static KvCErrorListPool& createErrorList(KvUInt32 flags, KvUInt32 kind, KvUInt32 initialEntries, KvUInt32 growth,
                                              KvUInt32 limit);

@@ -19,6 +19,7 @@ TEST(ErrorManager, IsOne)
     ASSERT_NE(manager, nullptr);
     EXPECT_EQ(KvCErrorManager::getSingleton(), manager);
     EXPECT_EQ(KvCErrorManager::s_pErrorManager, manager);
+    EXPECT_EQ(&KvCErrorManager::s_pErrorManager->getMasterErrorList(), &KvCErrorManager::getMasterErrorList());
     EXPECT_EQ(&manager->getMasterErrorList(), &KvCErrorManager::getMasterErrorList());
 }
 
@@ -251,6 +252,25 @@ TEST(PrivateList, HasRoomForItsInitialEntries)
     for (KvUInt32 i = 0; i < 100; ++i)
         errors.setError(1, 1, "T::t", nullptr);
     EXPECT_EQ(counting.count(), 100U) << "one allocation for each entry, none for their list";
+    KvCErrorManager::deleteErrorList(errors);
+}
+
+TEST(PrivateList, TakesMemoryForNoMoreThanItMayKeep)
+{
+    static std::size_t most;
+    most = 0;
+    KvNAllocation::setHook(
+        [](void*, std::size_t bytes) {
+            most = bytes > most ? bytes : most;
+            return true;
+        },
+        nullptr);
+    KvCErrorListPool& errors = KvCErrorManager::createErrorList(0, 1, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF);
+    errors.setError(1, 1, "T::t", nullptr);
+    errors.setError(2, 1, "T::t", nullptr);
+    KvNAllocation::setHook(nullptr, nullptr);
+    EXPECT_LE(most, 65536 * sizeof(void*));
+    EXPECT_EQ(errors.getErrorCode(1), 2U);
     KvCErrorManager::deleteErrorList(errors);
 }
 

@@ -79,6 +79,8 @@ TEST(AllocationOperators, GiveNullWithoutMemoryAndConstructNothing)
         EXPECT_EQ(new (errors) Thing[3], nullptr);
         EXPECT_EQ(new Thing, nullptr);
         EXPECT_EQ(new Thing[3], nullptr);
+        EXPECT_EQ(new (std::nothrow) Thing, nullptr);
+        EXPECT_EQ(new (std::nothrow) Thing[3], nullptr);
         EXPECT_EQ(new (errors) std::vector<int>(3), nullptr);
         EXPECT_EQ(new (errors) char[3], nullptr);
     }

@@ -44,6 +44,15 @@ TEST_F(MasterList, GivesTextsOfTheThread)
     EXPECT_STREQ(master.getErrorText(0), "Unknown message 0x99.");
 }
 
+TEST_F(MasterList, GivesOriginAndTextSideBySide)
+{
+    master.setError(TestMessages::withText, 1, "Short::origin", "%s", "x");
+    const char* origin = master.getErrorOrigin(0);
+    const char* text = master.getErrorText(0);
+    EXPECT_STREQ(origin, "Short::origin");
+    EXPECT_STREQ(text, "Cannot open x.");
+}
+
 TEST_F(MasterList, GivesLongTexts)
 {
     const std::string name(3000, 'n');
