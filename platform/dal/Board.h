@@ -29,7 +29,7 @@ public:
         HeldByCaller  // this thread is making it already
     };
 
-    /** The board with that address and serial number, one handle more. Throws std::bad_alloc. */
+    /** The board with that address and serial number, one handle more (see AttachedBoard). Throws std::bad_alloc. */
     static std::shared_ptr<Board> attach(KvUInt32 ipAddress, KvUInt32 serialNumber);
     /** One handle less. */
     void detach() noexcept;
@@ -86,6 +86,25 @@ private:
     std::size_t m_handles = 0;
     std::vector<Client, KvNAllocation::Allocator<Client>> m_clients;
     std::vector<Access, KvNAllocation::Allocator<Access>> m_access;
+};
+
+/** A board for as long as a handle stands for it. */
+class AttachedBoard
+{
+public:
+    /** Throws std::bad_alloc. */
+    AttachedBoard(KvUInt32 ipAddress, KvUInt32 serialNumber) : m_board(Board::attach(ipAddress, serialNumber)) {}
+    ~AttachedBoard() { m_board->detach(); }
+    AttachedBoard(const AttachedBoard&) = delete;
+    AttachedBoard& operator=(const AttachedBoard&) = delete;
+
+    Board& operator*() const { return *m_board; }
+    Board* operator->() const { return m_board.get(); }
+    /** For what lives longer than the handle, and does not count as one. */
+    const std::shared_ptr<Board>& shared() const { return m_board; }
+
+private:
+    const std::shared_ptr<Board> m_board;
 };
 
 }  // namespace KvNDeviceAccess

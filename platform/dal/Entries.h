@@ -28,12 +28,11 @@ struct DeviceEntry : Entry
 {
     static constexpr EntryKind entryKind = EntryKind::Device;
     explicit DeviceEntry(const KvDALSDeviceInfo& deviceInfo)
-        : Entry(entryKind), info(deviceInfo), board(Board::attach(deviceInfo.ipAddress, deviceInfo.serialNumber))
+        : Entry(entryKind), info(deviceInfo), board(deviceInfo.ipAddress, deviceInfo.serialNumber)
     {}
-    ~DeviceEntry() override { board->detach(); }
 
     const KvDALSDeviceInfo info;
-    const std::shared_ptr<Board> board;
+    const AttachedBoard board;
 };
 
 /** A lock on a board, whose handle it is as well. */
@@ -41,11 +40,10 @@ struct LockEntry : Entry
 {
     static constexpr EntryKind entryKind = EntryKind::Lock;
     explicit LockEntry(const Board& of)
-        : Entry(entryKind), board(Board::attach(of.ipAddress(), of.serialNumber())), lease(makeShared<Lease>(board))
+        : Entry(entryKind), board(of.ipAddress(), of.serialNumber()), lease(makeShared<Lease>(board.shared()))
     {}
-    ~LockEntry() override { board->detach(); }
 
-    const std::shared_ptr<Board> board;
+    const AttachedBoard board;
     const std::shared_ptr<Lease> lease;
     /** Held while the board is asked for something on behalf of this lock. */
     std::mutex requests;

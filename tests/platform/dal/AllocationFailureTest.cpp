@@ -188,5 +188,13 @@ TEST(DalAllocationFailure, ofTakingAndGivingBackALock)
             return result;
         },
         [&] { EXPECT_EQ(rack.look(0).accessId, 0u); },
-        [&] { rack.with(0, [](ScriptedBoard& board) { board.accessId = 0; }); });
+        [&] {
+            rack.with(0, [](ScriptedBoard& board) { board.accessId = 0; });
+            // no handle has been left behind that keeps the board and its client
+            Device again(address, 5);
+            KvCErrorListPool errors;
+            KvCRpcClient* client = nullptr;
+            EXPECT_EQ(KvDAL_getRPCClientReference(errors, again.handle, 0x20004B56, &client), 0);
+            EXPECT_EQ(client, nullptr);
+        });
 }
