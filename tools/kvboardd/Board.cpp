@@ -63,12 +63,33 @@ std::size_t transmittedSize(KvUInt32 code)
         [] { return std::size_t(0); });
 }
 
-/** Calls `action.operator()<T>()` with the type of this code, one of the twelve that can be written; whether the list
-   did not grow meanwhile. */
+/** Whether nothing has failed since it was made: neither in the caller's list, nor, where values are copied, for want
+   of memory, which the master list is told. */
+class Success
+{
+public:
+    explicit Success(KvCErrorListPool& errors) : m_watch(errors), m_memory(KvNReport::masterList()), m_errors(errors) {}
+
+    /** Makes sure that a failure is in the caller's list. */
+    bool check(const char* origin) const
+    {
+        if (m_memory.grew() && !m_watch.grew())
+            KV_REPORT(m_errors, BoardOutOfMemory, origin);
+        return !m_watch.grew();
+    }
+
+private:
+    KvNReport::Watch m_watch;
+    KvNReport::Watch m_memory;
+    KvCErrorListPool& m_errors;
+};
+
+/** Calls `action.operator()<T>()` with the type of this code, one of the twelve that can be written; whether nothing
+    failed meanwhile. */
 template <class Action>
 bool withType(KvCErrorListPool& errors, KvUInt32 code, const Action& action)
 {
-    const KvNReport::Watch watch(errors);
+    const Success success(errors);
     KvNElement::dispatch(
         code,
         [&](auto type) {
@@ -77,7 +98,7 @@ bool withType(KvCErrorListPool& errors, KvUInt32 code, const Action& action)
                 action.template operator()<T>();
         },
         [] {});
-    return !watch.grew();
+    return success.check("Board::withType");
 }
 
 bool isAtOrBelow(const KvCInventoryParameter& parameter, const KvCInventoryItem* item)
@@ -189,10 +210,10 @@ bool Board::read(KvCErrorListPool& errors, const KvCInventoryAddress& address, K
         KV_REPORT(errors, BoardNoParameter, "Board::read", shownAddress(address));
         return false;
     }
-    const KvNReport::Watch watch(errors);
+    const Success success(errors);
     KvCInventoryItemFactory factory(errors);
     factory.serializeInventoryParameter(errors, &out, place.parameter);
-    return !watch.grew();
+    return success.check("Board::read");
 }
 
 bool Board::write(KvCErrorListPool& errors, KvUInt32 accessId, const KvCInventoryAddress& address,
@@ -269,7 +290,7 @@ public:
     /** Copies current and designated values. */
     bool prepare(KvCErrorListPool& errors)
     {
-        const KvNReport::Watch watch(errors);
+        const Success success(errors);
         m_before.reserve(m_parameters.size());
         m_after.reserve(m_parameters.size());
         for (const KvCInventoryParameter* parameter : m_parameters) {
@@ -284,15 +305,15 @@ public:
                           [&]<class T>() { after.setValue<T>(errors, parameter->getDesignatedValue<T>(errors)); }))
                 return false;
         }
-        return !watch.grew();
+        return success.check("Board::apply");
     }
 
     bool perform(KvCErrorListPool& errors)
     {
-        const KvNReport::Watch watch(errors);
         for (KvCInventoryParameter* parameter : m_parameters) {
+            const Success success(errors);
             parameter->adoptDesignatedValue(errors);
-            if (watch.grew())
+            if (!success.check("Board::apply"))
                 return false;
         }
         return true;
@@ -302,12 +323,11 @@ public:
     void undo(KvCErrorListPool& errors)
     {
         for (std::size_t i = 0; i < m_parameters.size(); ++i) {
-            if (m_parameters[i]->isDesignatedValueValid())
-                continue;
             KvCInventoryParameter& parameter = *m_parameters[i];
             withType(errors, parameter.getType(), [&]<class T>() {
                 parameter.setValue<T>(errors, m_before[i]->getValue<T>(errors));
-                parameter.setDesignatedValue<T>(errors, m_after[i]->getValue<T>(errors));
+                if (!parameter.isDesignatedValueValid())
+                    parameter.setDesignatedValue<T>(errors, m_after[i]->getValue<T>(errors));
             });
         }
     }
@@ -332,13 +352,17 @@ bool Board::apply(KvCErrorListPool& errors, KvUInt32 accessId, const KvCInventor
     if (chosen.empty())
         return true;
     Change change(chosen);
-    if (!change.prepare(errors) || !change.perform(errors) || !store(errors)) {
+    bool good = change.prepare(errors);
+    if (good && (!change.perform(errors) || !store(errors))) {
         change.undo(errors);
-        KV_REPORT(errors, BoardCannotApply, "Board::apply", shownAddress(address));
-        return false;
+        good = false;
     }
     std::erase_if(m_written,
                   [](const KvCInventoryParameter* parameter) { return !parameter->isDesignatedValueValid(); });
+    if (!good) {
+        KV_REPORT(errors, BoardCannotApply, "Board::apply", shownAddress(address));
+        return false;
+    }
     m_stream.reset();
     applied = chosen.size();
     return true;

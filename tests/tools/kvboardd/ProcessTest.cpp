@@ -568,12 +568,13 @@ TEST_F(ProcessTest, WhatCannotBeServedIsSaidAndEndsTheProgram)
     m_folder.write("away.json",
                    R"({"format": "korvel-board", "version": 1, "boards": [{"serialNumber": 1, "address": "192.0.2.1",
                        "tree": {"id": "HCN"}}]})");
-    fails({"--boards", m_folder.path("away.json")}, 1, "board 1: cannot listen on 192.0.2.1 port 0: ");
+    fails({"--boards", m_folder.path("away.json")}, 1,
+          "board 1: cannot listen on 192.0.2.1 port 0: the address is not one of this machine");
     m_folder.write("file", "");
     fails({"--boards", m_folder.path("boards.json"), "--state", m_folder.path("file")}, 1, "cannot open the folder");
     start({"--state", m_folder.path("state")});
     fails({"--boards", m_folder.path("boards.json"), "--portmap", std::to_string(mapperPort)}, 1,
-          "cannot listen as port mapper on 127.0.60.1 port 10460: ");
+          "cannot listen as port mapper on 127.0.60.1 port 10460: the port is in use");
     fails({"--boards", m_folder.path("boards.json"), "--state", m_folder.path("state")}, 1,
           "state/4711 is in use by another service");
     EXPECT_TRUE(answers()) << "the one that runs is not disturbed";
