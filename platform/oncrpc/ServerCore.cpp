@@ -100,9 +100,7 @@ int ServerCore::addListener(ListenerPtr listener, int board, KvUInt32 address) n
 int ServerCore::listenTcp(int board, KvUInt32 address, std::uint16_t port) noexcept
 {
     try {
-        ListenerPtr listener(new Listener(context));
-        if (listener == nullptr)
-            return listenFailed(std::make_error_code(std::errc::not_enough_memory));
+        ListenerPtr listener = std::allocate_shared<Listener>(KvNAllocation::Allocator<Listener>(), context);
         listener->isTcp = true;
         listener->acceptor.open(asio::ip::tcp::v4());
 #if !defined(_WIN32)
@@ -123,9 +121,7 @@ int ServerCore::listenTcp(int board, KvUInt32 address, std::uint16_t port) noexc
 int ServerCore::listenUdp(int board, KvUInt32 address, std::uint16_t port, bool shared, int answerThrough) noexcept
 {
     try {
-        ListenerPtr listener(new Listener(context));
-        if (listener == nullptr)
-            return listenFailed(std::make_error_code(std::errc::not_enough_memory));
+        ListenerPtr listener = std::allocate_shared<Listener>(KvNAllocation::Allocator<Listener>(), context);
         listener->answerThrough = answerThrough;
         listener->socket.open(asio::ip::udp::v4());
         if (shared)
@@ -149,31 +145,32 @@ std::uint16_t ServerCore::port(int listener) const noexcept
 
 void ServerCore::waitForPeers(std::size_t index) noexcept
 {
-    Listener& listener = *m_listeners[index];
-    if (listener.waiting || m_stopping)
+    const ListenerPtr place = m_listeners[index];
+    if (place->waiting || m_stopping)
         return;
-    auto readable = [this, &listener, index](const std::error_code& error) {
+    auto readable = [this, place, index](const std::error_code& error) {
+        Listener& listener = *place;
         listener.waiting = false;
         if (m_stopping || error == asio::error::operation_aborted)
             return;
-        if (listener.isTcp)
-            acceptSome(listener);
-        else
+        if (!listener.isTcp)
             takeDatagrams(static_cast<int>(index) + 1);
-        waitForPeers(index);
+        // Without descriptors the tick tries again; trying at once would only spin.
+        if (!listener.isTcp || acceptSome(listener))
+            waitForPeers(index);
     };
     try {
-        if (listener.isTcp)
-            listener.acceptor.async_wait(TcpAcceptor::wait_read, inSlot(listener.slot, readable));
+        if (place->isTcp)
+            place->acceptor.async_wait(TcpAcceptor::wait_read, inSlot(place->slot, readable));
         else
-            listener.socket.async_wait(UdpSocket::wait_read, inSlot(listener.slot, readable));
-        listener.waiting = true;
+            place->socket.async_wait(UdpSocket::wait_read, inSlot(place->slot, readable));
+        place->waiting = true;
     } catch (...) {
         // The tick tries again.
     }
 }
 
-void ServerCore::acceptSome(Listener& listener) noexcept
+bool ServerCore::acceptSome(Listener& listener) noexcept
 {
     for (unsigned i = 0; i < peersInOneGo; ++i) {
         try {
@@ -182,11 +179,11 @@ void ServerCore::acceptSome(Listener& listener) noexcept
             TcpSocket socket(context);
             listener.acceptor.accept(socket, peer, error);
             if (wouldBlock(error))
-                return;
+                return true;
             if (isShortage(error)) {
                 note(listener.board, 0, "no descriptor for a new connection");
                 if (!dropLongestIdle(nullptr, 0))
-                    return;
+                    return false;
                 continue;
             }
             if (!error && peer.address().is_v4())
@@ -195,6 +192,7 @@ void ServerCore::acceptSome(Listener& listener) noexcept
             note(listener.board, 0, "no memory for a new connection");
         }
     }
+    return true;
 }
 
 void ServerCore::accept(Listener& listener, TcpSocket socket, const asio::ip::tcp::endpoint& peer)

@@ -91,6 +91,14 @@ public:
     const ServerLimits limits;
     ReadBuffer buffer;
     ByteBudget budget;
+
+private:
+    // Operations that are still queued when the loop dies live here.
+    HandlerSlot m_tickSlot;
+    HandlerSlot m_workSlot;
+    HandlerSlot m_stopSlot;
+
+public:
     asio::io_context context{1};
 
 private:
@@ -107,12 +115,14 @@ private:
         bool waiting = false;
         HandlerSlot slot;
     };
-    using ListenerPtr = std::unique_ptr<Listener>;
+    /** Shared with the wait in progress, whose memory is the listener's. */
+    using ListenerPtr = std::shared_ptr<Listener>;
 
     int addListener(ListenerPtr listener, int board, KvUInt32 address) noexcept;
     int listenFailed(const std::error_code& error) noexcept;
     void waitForPeers(std::size_t index) noexcept;
-    void acceptSome(Listener& listener) noexcept;
+    /** Takes waiting peers in; false when descriptors are missing. */
+    bool acceptSome(Listener& listener) noexcept;
     void accept(Listener& listener, TcpSocket socket, const asio::ip::tcp::endpoint& peer);
     bool makePlace(int board, KvUInt32 source) noexcept;
     bool dropLongestIdle(const int* board, KvUInt32 source) noexcept;
@@ -138,14 +148,11 @@ private:
         m_connections;
     KvUInt64 m_lastConnection = 0;
     Timer m_tickTimer;
-    HandlerSlot m_tickSlot;
     Timer m_workTimer;
-    HandlerSlot m_workSlot;
     std::map<std::pair<TimePoint, KvUInt64>, std::function<void()>> m_timers;
     KvUInt64 m_lastTimer = 0;
     std::unique_ptr<asio::basic_signal_set<Executor>> m_signals;
     std::atomic<bool> m_stopAsked{false};
-    HandlerSlot m_stopSlot;
     bool m_stopping = false;
     TimePoint m_stopDeadline;
     char m_lastError[96] = {};

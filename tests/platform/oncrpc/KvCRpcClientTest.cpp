@@ -1,6 +1,12 @@
+#include <dirent.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -409,6 +415,75 @@ TEST(KvCRpcClient, ArgumentsThatCannotBeEncodedAreReported)
               KvCRpcClient::ArgumentsInvalid);
     client.expectOnly(KvNMessage::RpcArgumentsInvalid,
                       "Internal error. The arguments of procedure 4 of 127.0.0.1 cannot be encoded.");
+}
+
+/** Descriptors in use. */
+rlim_t openDescriptors()
+{
+    DIR* folder = ::opendir("/proc/self/fd");
+    rlim_t highest = 0;
+    while (const dirent* entry = ::readdir(folder))
+        highest = std::max(highest, static_cast<rlim_t>(std::strtoul(entry->d_name, nullptr, 10)));
+    ::closedir(folder);
+    return highest + 1;
+}
+
+TEST(KvCRpcClient, WithoutDescriptorsACallFailsWithAReasonOfItsOwn)
+{
+    ScriptedBoard board(echoAll);
+    rlimit before{};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    bool reached = false;
+    for (rlim_t more = 0; !reached; ++more) {
+        ASSERT_LT(more, 10u);
+        rlimit few = before;
+        few.rlim_cur = openDescriptors() + more;
+        TestClient client(board.port());
+        client.set(KvCRpcClient::CallTimeout, 1000000);
+        ::setrlimit(RLIMIT_NOFILE, &few);
+        const long status = client.client.connect(client.errors);
+        ::setrlimit(RLIMIT_NOFILE, &before);
+        reached = status == KvCRpcClient::Success;
+        if (!reached) {
+            EXPECT_EQ(status, KvCRpcClient::OutOfMemory) << client.errors.getErrorText(0);
+            EXPECT_EQ(client.errors.getErrorCode(0), static_cast<KvUInt32>(KvNMessage::RpcOutOfMemory));
+        }
+        // A shortage is not remembered as a failed connect.
+        EXPECT_EQ(client.echo("x"), KvCRpcClient::Success);
+    }
+}
+
+#if !defined(__SANITIZE_THREAD__)
+TEST(KvCRpcClient, AForkedProcessCallsOverAConnectionOfItsOwn)
+{
+    ScriptedBoard board(echoAll);
+    TestClient client(board.port());
+    ASSERT_EQ(client.echo("before"), KvCRpcClient::Success);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const bool right = client.echo("child") == KvCRpcClient::Success && client.answer == "child";
+        ::_exit(right ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    ASSERT_EQ(client.echo("after"), KvCRpcClient::Success);
+    EXPECT_EQ(client.answer, "after");
+    EXPECT_EQ(board.connections(), 2);
+}
+#endif
+
+TEST(KvCRpcClient, AClientThatLivesAtExitDoesNotDisturbIt)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    ScriptedBoard board(echoAll);
+    EXPECT_EXIT(
+        {
+            static auto* client = new TestClient(board.port());
+            const long status = client->echo("x");
+            std::exit(status == KvCRpcClient::Success ? 7 : 8);
+        },
+        testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -439,6 +440,41 @@ TEST(RpcServer, GoesOnAfterEachFailingAllocation)
         good.send(record(call(2)));
         EXPECT_EQ(good.receive(28), record(accepted(2, 0))) << number << " after " << before;
     }
+}
+
+TEST(RpcServer, TakesNewConnectionsAgainWhenDescriptorsAreThereAgain)
+{
+    EchoServer server;
+    const RawClient before(server.port());
+    before.send(record(call(1)));
+    ASSERT_EQ(before.receive(28).size(), 28u);
+    const int room = ::dup(before.socket());
+    rlimit usual{};
+    ::getrlimit(RLIMIT_NOFILE, &usual);
+    rlimit few = usual;
+    ::close(room);
+    const int waiting = ::socket(AF_INET, SOCK_STREAM, 0);
+    few.rlim_cur = static_cast<rlim_t>(waiting) + 1;
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_addr.s_addr = htonl(0x7F000001);
+    place.sin_port = htons(server.port());
+    std::atomic<bool> kept{false};
+    server.server.post([&] {
+        server.server.protect(1, true);
+        kept = true;
+    });
+    while (!kept)
+        std::this_thread::sleep_for(1ms);
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    EXPECT_EQ(::connect(waiting, reinterpret_cast<sockaddr*>(&place), sizeof place), 0);
+    server.awaitNote("no descriptor for a new connection");
+    ::setrlimit(RLIMIT_NOFILE, &usual);
+    const Bytes asked = record(call(2));
+    EXPECT_EQ(::send(waiting, asked.data(), asked.size(), 0), static_cast<ssize_t>(asked.size()));
+    pollfd answered{waiting, POLLIN, 0};
+    EXPECT_EQ(::poll(&answered, 1, 5000), 1);
+    ::close(waiting);
 }
 
 }  // namespace
