@@ -221,6 +221,18 @@ TEST(ErrorBlock, HoldsOnlyWhatWasKept)
     for (const KvUInt32 code : {1U, 2U, 3U, 5U, 6U})
         expected.number(code).number(0).text("").text("").number(0);
     EXPECT_EQ(errors.serialize(), expected.bytes);
+
+    errors.clear();
+    errors.setError(1, 0, "", nullptr);
+    {
+        const FailingAllocation none(1, true);
+        errors.setError(2, 0, "", nullptr);
+    }
+    Block atTheEnd;
+    atTheEnd.number(1).number(2);
+    for (const KvUInt32 code : {1U, 2U})
+        atTheEnd.number(code).number(0).text("").text("").number(0);
+    EXPECT_EQ(errors.serialize(), atTheEnd.bytes);
 }
 
 }  // namespace

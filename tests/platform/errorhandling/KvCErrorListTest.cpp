@@ -55,6 +55,18 @@ TEST(ErrorList, FillsEachKindOfArgument)
     EXPECT_STREQ(errors.getErrorText(0), "text 4294967295 -1 -2147483648 ffee0a");
 }
 
+TEST(ErrorList, StopsAtAConversionThatIsNone)
+{
+    for (const char* argTypes : {"%s%q%s", "%s%", "%s s", "%s%%"}) {
+        KvCErrorListPool errors;
+        errors.setError(TestMessages::withAll, 1, "T::t", argTypes, "first", "second", "third");
+        EXPECT_STREQ(errors.getErrorText(0), "first %2 %3 %4 %5") << argTypes;
+    }
+    KvCErrorListPool errors;
+    errors.setError(TestMessages::withAll, 1, "T::t", "%u%u%u%u%u%u%u%u%u", 1, 2, 3, 4, 5, 6, 7, 8, 9);
+    EXPECT_STREQ(errors.getErrorText(0), "1 2 3 4 5");
+}
+
 TEST(ErrorList, ReplacesPlaceholdersInTheRegisteredTextOnly)
 {
     KvCErrorListPool errors;
@@ -209,6 +221,15 @@ TEST(ErrorListWithoutMemory, CutsWhatDoesNotFit)
     }
     EXPECT_EQ(errors.getErrorOrigin(0), std::string(79, 'x'));
     EXPECT_EQ(errors.getErrorText(0), std::string(63, 'x') + " 2 3 4 5");
+
+    errors.clear();
+    {
+        const FailingAllocation none(1, true);
+        const char* text = longText.c_str();
+        errors.setError(TestMessages::withAll, 3, text, "%s%s%s%s%s", text, text, text, "4", "5");
+    }
+    const std::string cut(63, 'x');
+    EXPECT_EQ(errors.getErrorText(0), cut + " " + cut + " %3 %4 %5") << "what does not fit at all is left out";
 }
 
 TEST(ErrorListWithoutMemory, CanBeUsedAgainAfterClear)

@@ -68,10 +68,11 @@ TEST(Messages, OfAMalformedTableAreRefused)
     const KvResRange ranges[] = {{0, 1}, {1, 1}, {0xFFFFFFFF, 0}};
     const KvResRange beyond[] = {{0, 1}, {1, 2}, {0xFFFFFFFF, 0}};
     const KvResRange wrapping[] = {{0, 1}, {0xFFFFFFFF, 2}, {0xFFFFFFFF, 0}};
+    const KvResRange tooMany[] = {{0, 2}, {0, 2049}, {0xFFFFFFFF, 0}};
     const KvResText refused[] = {
-        {texts, 2, ranges, 2, 0x7e00001},   {texts, 1, ranges, 2, 0x7e00000},   {texts, 2, beyond, 2, 0x7e00000},
-        {texts, 2, wrapping, 2, 0x7e00000}, {nullptr, 2, ranges, 2, 0x7e00000}, {texts, 2, nullptr, 2, 0x7e00000},
-        {texts, 2, ranges, 513, 0x7e00000},
+        {texts, 2, ranges, 2, 0x7e00001},   {texts, 1, ranges, 2, 0x7e00000},     {texts, 2, beyond, 2, 0x7e00000},
+        {texts, 2, wrapping, 2, 0x7e00000}, {nullptr, 2, ranges, 2, 0x7e00000},   {texts, 2, nullptr, 2, 0x7e00000},
+        {texts, 2, ranges, 513, 0x7e00000}, {texts, 4000, tooMany, 2, 0x7e00000},
     };
     for (const KvResText& table : refused)
         EXPECT_FALSE(KvCErrorManager::registerMessages(&table)) << &table - refused;
