@@ -211,17 +211,21 @@ void Access::mergeChildren(Node* target, Node* source)
 
 bool Access::isAncestor(const Node* node, const Node* of)
 {
-    while (of != nullptr && of != node) {
-        const Node* const above = holder(of);
-        of = above != nullptr ? above : of->m_parent;
-    }
-    return of != nullptr;
+    // Normally both ways up are the same; neither may ever lead in a ring.
+    const Node* named = of;
+    while (named != nullptr && named != node)
+        named = named->m_parent;
+    const Node* holding = of;
+    while (named == nullptr && holding != nullptr && holding != node)
+        holding = holder(holding);
+    return named != nullptr || holding != nullptr;
 }
 
 long Access::attachOne(Node* parent, Node* child)
 {
-    // A node without children cannot be an ancestor of another one.
-    if (child == parent || (child->m_firstChild != nullptr && isAncestor(child, parent)))
+    // A node that has no children, and that none names as its parent, cannot be an ancestor: nothing is walked for it.
+    const bool isNamed = child->m_extra != nullptr && child->m_extra->strays != nullptr;
+    if (child == parent || ((child->m_firstChild != nullptr || isNamed) && isAncestor(child, parent)))
         return Node::AttachCycle;
     if (findChild(parent, child->m_classId, child->m_unitId) == child)
         return Node::AttachPresent;
@@ -241,6 +245,14 @@ void Access::link(Node* node, Node* sibling)
         sibling->m_previous = node;
     else if (!point(node, sibling, &Extra::siblingLink, &Extra::siblingOf))
         node->m_sibling = nullptr;
+}
+
+void Access::loosen(Node* node)
+{
+    Node* const previous = node->m_previous;
+    node->m_previous = nullptr;
+    if (previous != nullptr && !point(previous, node, &Extra::siblingLink, &Extra::siblingOf))
+        previous->m_sibling = nullptr;
 }
 
 bool Access::reserveChain(Node* first)
@@ -287,12 +299,9 @@ void Access::joinChain(Node* first, Node* newHolder)
         if (next == nullptr || next->m_previous == node)
             continue;
         // The next node follows another one: it follows this one from now on, unless it stands in a chain.
-        Node* const rival = next->m_previous;
         const bool isFree = holder(next) == nullptr;
-        if (isFree && rival != nullptr && !point(rival, next, &Extra::siblingLink, &Extra::siblingOf))
-            rival->m_sibling = nullptr;
         if (isFree)
-            next->m_previous = nullptr;
+            loosen(next);
         link(node, isFree ? next : nullptr);
     }
 }
@@ -326,12 +335,8 @@ bool Access::changeSibling(Node* node, Node* sibling)
         return false;
     leaveChain(node->m_sibling);
     leaveChain(sibling);
-    if (sibling != nullptr && sibling->m_previous != nullptr) {
-        Node* const rival = sibling->m_previous;
-        sibling->m_previous = nullptr;
-        if (!point(rival, sibling, &Extra::siblingLink, &Extra::siblingOf))
-            rival->m_sibling = nullptr;
-    }
+    if (sibling != nullptr)
+        loosen(sibling);
     link(node, sibling);
     joinChain(sibling, newHolder);
     newHolder->m_lastChild = nullptr;
@@ -352,12 +357,10 @@ bool Access::replace(Node* parent, Node* fresh, Node* old)
     Node* const previous = old->m_previous;
     Node* const next = old->m_sibling;
     leaveChain(old);
+    loosen(fresh);
     if (previous == nullptr) {
         parent->m_firstChild = fresh;
     } else {
-        if (fresh->m_previous != nullptr)
-            fresh->m_previous->m_sibling = nullptr;
-        fresh->m_previous = nullptr;
         link(previous, fresh);
         link(fresh, next);
     }
@@ -409,7 +412,8 @@ void Access::forget(Node* node)
     }
     while (Node* const stray = node->m_extra->strays) {
         unpoint(stray, &Extra::strayLink, &Extra::strays);
-        link(stray, nullptr);
+        if (holder(stray) == nullptr)
+            link(stray, nullptr);
         stray->m_parent = nullptr;
     }
 }

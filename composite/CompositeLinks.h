@@ -63,11 +63,13 @@ struct KvNCompositeAccess
     static void append(Node* parent, Node* child);
     /** Merges the children of `source`, which stays without any, into `target`. */
     static void mergeChildren(Node* target, Node* source);
-    /** Whether `node` is `of` or one of its ancestors. */
+    /** Whether `node` is `of` or one of its ancestors, by the parents that are named or by the holders. */
     static bool isAncestor(const Node* node, const Node* of);
 
     /** Sets a sibling link; the sibling follows `node` when it is free to, else the link is only noted. */
     static void link(Node* node, Node* sibling);
+    /** The node no longer follows the one whose sibling link leads to it: that link is only noted from now on. */
+    static void loosen(Node* node);
     /** Takes memory for everything that noting the chain from `first` on can need. */
     static bool reserveChain(Node* first);
     /** Cuts the chain before `first`: it and what is behind it become strays of their parents. */

@@ -88,7 +88,7 @@ void KvCXmlSerializer::CompositeEnd(KvCErrorListPool& errors, KvCComposite*)
 {
     if ((m_xmlMode & GraphMode) != 0)
         return;
-    --m_depth;
+    m_depth -= m_depth > 0 ? 1 : 0;
     indent(errors);
     print(errors, elementLimit, "%s", (m_xmlMode & ItemMode) != 0 ? "</ITEM>\n" : "</COMPOSITE>\n");
 }

@@ -157,6 +157,29 @@ TEST_F(CompositeLinksTest, ANodeChainedBeforeItReplacesTheFirstWorksToo)
     delete child[1];
 }
 
+TEST_F(CompositeLinksTest, ANodeThatFollowsAFreeOneCanReplaceTheFirst)
+{
+    const auto free = makeNode(5, 1);
+    KvCComposite* const fresh = makeNode(9, 9).release();
+    free->setSibling(fresh);
+    parent->replaceChild(errors, fresh, child[1]);
+    EXPECT_EQ(free->getSibling(), fresh);
+    delete fresh;
+    EXPECT_EQ(parent->getChild(), nullptr);
+    EXPECT_EQ(free->getSibling(), nullptr);
+    EXPECT_EQ(parent->attach(child[1]), 0);
+    EXPECT_EQ(shape(), "1.0(2.1)");
+    delete child[2];
+    delete child[3];
+}
+
+TEST_F(CompositeLinksTest, AParentThatAStrayNamesIsItsAncestor)
+{
+    parent->replaceChild(errors, makeNode(9, 9).release(), child[3]);
+    EXPECT_EQ(child[3]->attach(parent.get()), -4) << "by the parents that are named";
+    delete child[3];
+}
+
 TEST_F(CompositeLinksTest, ReplacingTheLastLeavesTheLastChildLink)
 {
     KvCComposite* const fresh = makeNode(9, 9).release();
@@ -289,12 +312,16 @@ TEST_F(CompositeLinksTest, NodesCutOffByASiblingLinkStaySafe)
     EXPECT_EQ(shape(), "1.0(2.1 2.3)");
     EXPECT_EQ(parent->attach(child[2]), 0);
     EXPECT_EQ(shape(), "1.0(2.1 2.3 2.2)");
-    const auto other = makeNode(1, 5);
+    auto other = makeNode(1, 5);
     KvCComposite* const foreign = addNode(*other, 6, 1);
     addNode(*other, 6, 2);
     child[2]->setSibling(foreign);
     EXPECT_EQ(shape(), "1.0(2.1 2.3 2.2 6.1 6.2)");
     EXPECT_EQ(other->getChild(), nullptr);
+    EXPECT_EQ(foreign->getParent(), other.get());
+    other.reset();
+    EXPECT_EQ(foreign->getParent(), nullptr);
+    EXPECT_EQ(shape(), "1.0(2.1 2.3 2.2 6.1 6.2)") << "the chain belongs to the node that it hangs on";
 }
 
 TEST_F(CompositeLinksTest, AFreeNodesLinkIntoAChainEndsWithTheNodeItLeadsTo)

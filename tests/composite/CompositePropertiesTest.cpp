@@ -186,7 +186,7 @@ TEST(CompositeProperties, AnyChangesOfChainsKeepTheLinksTrue)
                 return std::find(dead.begin(), dead.end(), node) != dead.end();
             });
         };
-        const int steps = *rc::gen::inRange(1, 40);
+        const int steps = *rc::gen::inRange(1, 200);
         for (int i = 0; i < steps && alive.size() > 1; ++i) {
             KvCComposite* const node = pick();
             KvCComposite* const other = pick();
@@ -207,7 +207,7 @@ TEST(CompositeProperties, AnyChangesOfChainsKeepTheLinksTrue)
                     break;
                 default:
                     node->setFriend(other);
-                    if (*rc::gen::inRange(0, 3) == 0) {
+                    if (*rc::gen::inRange(0, 8) == 0) {
                         forgetDead(node);
                         delete node;
                     }

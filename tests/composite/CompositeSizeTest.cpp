@@ -7,7 +7,7 @@
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__OPTIMIZE__)
 constexpr KvUInt32 many = 200000;
 #else
 constexpr KvUInt32 many = 1000000;
