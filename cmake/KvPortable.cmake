@@ -40,5 +40,5 @@ function(kv_check_portable host)
   add_custom_target(kv_portable_${host} ALL DEPENDS ${stamps})
 endfunction()
 
-kv_check_portable(windows COMMAND ${KV_MINGW_CXX} -DWIN32_LEAN_AND_MEAN -D_WIN32_WINNT=0x0A00 -I${kv_portable_include})
+kv_check_portable(windows COMMAND ${KV_MINGW_CXX} -DWIN32_LEAN_AND_MEAN -D_WIN32_WINNT=0x0A00 -isystem ${kv_portable_include})
 kv_check_portable(i686 COMMAND ${CMAKE_CXX_COMPILER} -m32)
