@@ -4,7 +4,7 @@
 #include "platform/KvTypes.h"
 #include "platform/errorhandling/KvCErrorList.h"
 
-class KvCParam;
+class KV_EXPORT KvCParam;
 template <class T>
 class KvPList;
 
