@@ -390,12 +390,13 @@ Bytes named(const Bytes& datagram, std::uint32_t port)
 TEST(PortMapper, IsAskedAsRfc1833LaysItOut)
 {
     ScriptedBoard board(sending([](auto xid) { return record(accepted(xid, 0, textBytes("here"))); }));
-    Bytes seen;
+    Seen datagrams;
     Asking asking([&](const Bytes& datagram) {
-        seen = datagram;
+        datagrams.add(datagram);
         return named(datagram, board.port());
     });
     ASSERT_EQ(asking.client.echo("x"), KvCRpcClient::Success);
+    const Bytes seen = datagrams.at(0);
     EXPECT_EQ(seen, units({unitAt(seen, 0), 0, 2, 100000, 2, 3, 0, 0, 0, 0, testProgram, testVersion, 6, 0}));
 }
 

@@ -25,16 +25,18 @@ void echoAll(ScriptedBoard::Connection& connection, int)
 
 TEST(KvCRpcClient, SendsACallAsRfc5531LaysItOut)
 {
-    Bytes seen;
+    Seen calls;
     ScriptedBoard board([&](ScriptedBoard::Connection& connection, int) {
-        seen = connection.readCall();
-        connection.send(record(accepted(unitAt(seen, 0), 0, textBytes("yes"))));
+        const Bytes call = connection.readCall();
+        calls.add(call);
+        connection.send(record(accepted(unitAt(call, 0), 0, textBytes("yes"))));
         connection.stall();
     });
     TestClient client(board.port());
     ASSERT_EQ(client.echo("hello", 9), KvCRpcClient::Success);
     EXPECT_EQ(client.answer, "yes");
     EXPECT_EQ(client.errors.getErrorCount(), 0u);
+    const Bytes seen = calls.at(0);
     const Bytes expected = units({unitAt(seen, 0), 0, 2, testProgram, testVersion, 9, 0, 0, 0, 0}) + textBytes("hello");
     EXPECT_EQ(seen, expected);
 }
@@ -476,11 +478,12 @@ TEST(KvCRpcClient, AForkedProcessCallsOverAConnectionOfItsOwn)
 TEST(KvCRpcClient, AClientThatLivesAtExitDoesNotDisturbIt)
 {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    ScriptedBoard board(echoAll);
     EXPECT_EXIT(
         {
-            static auto* client = new TestClient(board.port());
+            auto board = std::make_unique<ScriptedBoard>(echoAll);
+            static auto* client = new TestClient(board->port());
             const long status = client->echo("x");
+            board.reset();
             std::exit(status == KvCRpcClient::Success ? 7 : 8);
         },
         testing::ExitedWithCode(7), "");

@@ -86,10 +86,10 @@ TEST(RpcDatagram, AsksManyHostsAtOnceAndEndsWhenAllHaveAnswered)
 
 TEST(RpcDatagram, SendsTheCallWithItsArgumentsAgainUntilItIsAnswered)
 {
-    std::vector<Bytes> seen;
+    Seen seen;
     ScriptedBoard board(nothing, [&](const Bytes& datagram) -> std::optional<Bytes> {
-        seen.push_back(datagram);
-        return seen.size() < 3 ? std::nullopt : answerEleven(datagram);
+        seen.add(datagram);
+        return seen.count() < 3 ? std::nullopt : answerEleven(datagram);
     });
     RpcDatagram exchange;
     const KvUInt32 times[] = {0, 30, 60, 90};
@@ -101,9 +101,9 @@ TEST(RpcDatagram, SendsTheCallWithItsArgumentsAgainUntilItIsAnswered)
     exchange.add(asked);
     Collector collector;
     EXPECT_EQ(collector.run(exchange, 60000), RpcDatagram::End::AllAnswered);
-    ASSERT_EQ(seen.size(), 3u);
-    EXPECT_EQ(seen[0], units({unitAt(seen[0], 0), 0, 2, testProgram, testVersion, 1, 0, 0, 0, 0, 7, 8}));
-    EXPECT_EQ(seen[0], seen[2]);
+    ASSERT_EQ(seen.count(), 3u);
+    EXPECT_EQ(seen.at(0), units({unitAt(seen.at(0), 0), 0, 2, testProgram, testVersion, 1, 0, 0, 0, 0, 7, 8}));
+    EXPECT_EQ(seen.at(0), seen.at(2));
 }
 
 TEST(RpcDatagram, TheDeadlineEndsTheSearchForSilentHosts)

@@ -6,7 +6,9 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 #include "RpcBytes.h"
 #include "ScriptedBoard.h"
@@ -49,6 +51,31 @@ inline Bytes textBytes(const std::string& text)
         bytes.push_back(0);
     return bytes;
 }
+
+/** What a script on another thread has seen. */
+class Seen
+{
+public:
+    void add(const Bytes& bytes)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_all.push_back(bytes);
+    }
+    std::size_t count() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_all.size();
+    }
+    Bytes at(std::size_t i) const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_all.at(i);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<Bytes> m_all;
+};
 
 /** A client of 127.0.0.1 on a port, with short time-outs. */
 class TestClient
