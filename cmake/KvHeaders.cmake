@@ -11,7 +11,7 @@ set(KV_PUBLIC_HEADERS
   composite/KvCCompositeTraverse.h composite/KvCBinSerializer.h composite/KvCBinDeserializer.h
   composite/KvCCompositeFactory.h composite/KvCXmlSerializer.h
   inventory/KvCInventoryAddress.h inventory/KvCInventoryTagMap.h inventory/KvCInventoryParameter.h
-  inventory/KvCInventoryItem.h inventory/KvCInventoryItemFactory.h inventory/KvCInventoryData.h
+  inventory/KvCInventoryItem.h inventory/KvCInventoryItemFactory.h inventory/KvCInventoryData.h inventory/SectionFormat.h
   inventory/ids/KvNInventoryIDs.h inventory/ids/InventoryIDs.def inventory/ids/SystemMacros.h
   manager/KvCInventoryManager.h manager/KvCInventoryRootHandle.h manager/FirmwareTypes.def
   manager/rpc/KVINVENTORYMANAGERRPCIF1Client.h manager/rpc/InventoryRecords.h)

@@ -78,16 +78,25 @@ Ending run(const std::vector<std::string>& command, const std::vector<std::pair<
 
 namespace {
 
+/** The command that runs: its process, startingChild until that is known, 0 without one. */
+constexpr pid_t startingChild = -1;
 std::atomic<pid_t> g_child{0};
+std::atomic<int> g_forChild{0};  // a signal that came while the command was being started
 
-void handle(int signal)
+void handle(int signal, siginfo_t* info, void*)
 {
-    // The terminal sends an interruption to every process of the group; what was sent to this one alone goes on.
     const pid_t child = g_child;
-    if (child > 0 && signal != SIGINT)
+    if (child == 0) {
+        if (g_interrupted != nullptr)
+            g_interrupted(signal);
+        return;
+    }
+    // The terminal sends an interruption to every process of the group; what was sent to this one alone goes on.
+    const bool isForThisOneAlone = info != nullptr && info->si_code <= 0;
+    if (isForThisOneAlone && child == startingChild)
+        g_forChild = signal;
+    else if (isForThisOneAlone)
         kill(child, signal);
-    if (g_interrupted != nullptr)
-        g_interrupted(signal);
 }
 
 /** The environment of this process with `additions` in place of what had their names. */
@@ -144,7 +153,8 @@ void onInterrupt(void (*function)(int signal))
 {
     g_interrupted = function;
     struct sigaction action = {};
-    action.sa_handler = handle;
+    action.sa_sigaction = handle;
+    action.sa_flags = SA_SIGINFO;
     sigemptyset(&action.sa_mask);
     // No SA_RESTART for a user who waits: what blocks is to come back.
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
@@ -172,14 +182,19 @@ Ending run(const std::vector<std::string>& command, const std::vector<std::pair<
     posix_spawnattr_setsigdefault(&attributes, &restored);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
+    g_forChild = 0;
+    g_child = startingChild;
     const int error = posix_spawnp(&child, command[0].c_str(), nullptr, &attributes, pointers(command).data(),
                                    pointers(variables).data());
     posix_spawnattr_destroy(&attributes);
     if (error != 0) {
+        g_child = 0;
         ending.problem = command[0] + ": " + std::generic_category().message(error);
         return ending;
     }
     g_child = child;
+    if (const int missed = g_forChild.exchange(0); missed != 0)
+        kill(child, missed);
     ending.started = true;
     ending.status = waitFor(child);
     g_child = 0;

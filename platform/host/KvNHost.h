@@ -38,7 +38,8 @@ struct Ending
 };
 
 /** Runs `command` (found along PATH) with the variables `additions` added to the environment and waits for its end.
-    Interruptions by the user reach the command too; the caller waits on. */
+    Interruptions are the command's affair meanwhile: those of the terminal reach it anyway, those sent to this process
+    are passed on, and the function of onInterrupt() is not called. */
 Ending run(const std::vector<std::string>& command, const std::vector<std::pair<std::string, std::string>>& additions);
 
 }  // namespace KvNHost

@@ -14,7 +14,7 @@ int runLock(const Options& options, Console& console)
     if (!boards.isGood() || Interruption::happened() || !lock.take(boards, address))
         return StatusFailed;
     const KvUInt32 accessId = lock.accessId();
-    if (accessId == 0)
+    if (accessId == 0 || Interruption::happened())
         return StatusFailed;
     const KvNHost::Ending ending = KvNHost::run(
         options.command, {{"KVINV_ACCESS", std::to_string(address.getIndexAt(0)) + ":" + std::to_string(accessId)}});

@@ -1,4 +1,7 @@
 #include <ctime>
+#include <future>
+#include <memory>
+#include <vector>
 
 #include "platform/dal/KvDALAp.h"
 #include "tools/common/JsonEvents.h"
@@ -48,6 +51,41 @@ std::string asJson(KvUInt32 serial, const KvDALSHolder& holder)
            ", \"secondsLeft\": " + std::to_string(holder.secondsLeft) + "}";
 }
 
+/** What one board has said. */
+struct Answer
+{
+    KvUInt32 serial = 0;
+    KvDALSHolder holders[mostHolders];
+    KvUInt32 count = mostHolders;
+    KvCErrorListPool errors;
+    bool good = false;
+};
+
+void ask(void* device, Answer& answer)
+{
+    KvUInt32 size = sizeof answer.serial;
+    answer.good =
+        KvDAL_getParam(answer.errors, device, KvNDeviceAccess::DeviceSerialNumber, 0, &size, &answer.serial) == 0 &&
+        KvDAL_getAccessState(answer.errors, device, answer.holders, &answer.count) == 0;
+}
+
+/** Asks all boards at once, so that one that is slow to answer holds up nobody. */
+std::vector<std::unique_ptr<Answer>> askAll(const Boards& boards)
+{
+    std::vector<std::unique_ptr<Answer>> answers;
+    std::vector<std::future<void>> asked;
+    for (KvUInt32 i = 0; i < boards.handle()->getBoardCount(); ++i) {
+        answers.push_back(std::make_unique<Answer>());
+        Answer& answer = *answers.back();
+        void* device = boards.handle()->getCnHandleByOrdinalNumber(answer.errors, i);
+        if (device != nullptr)
+            asked.push_back(std::async(std::launch::async, [device, &answer] { ask(device, answer); }));
+    }
+    for (const std::future<void>& end : asked)
+        end.wait();
+    return answers;
+}
+
 }  // namespace
 
 int runLocks(const Options& options, Console& console)
@@ -61,26 +99,17 @@ int runLocks(const Options& options, Console& console)
     KvNText::Table table(
         {{"serial", true}, {"level"}, {"owner"}, {"address"}, {"since"}, {"held", true}, {"left", true}});
     std::string list;
-    KvUInt32 asked = 0;
-    for (KvUInt32 i = 0; i < boards.handle()->getBoardCount(); ++i) {
-        KvCErrorListPool errors;
-        KvDALSHolder holders[mostHolders];
-        KvUInt32 count = mostHolders;
-        void* device = boards.handle()->getCnHandleByOrdinalNumber(errors, i);
-        KvUInt32 serial = 0;
-        KvUInt32 size = sizeof serial;
-        const bool good = device != nullptr &&
-                          KvDAL_getParam(errors, device, KvNDeviceAccess::DeviceSerialNumber, 0, &size, &serial) == 0 &&
-                          KvDAL_getAccessState(errors, device, holders, &count) == 0;
-        console.report(errors);
-        if (!good)
+    std::size_t asked = 0;
+    for (const std::unique_ptr<Answer>& answer : askAll(boards)) {
+        console.report(answer->errors);
+        if (!answer->good)
             continue;
         ++asked;
-        for (KvUInt32 j = 0; j < count; ++j) {
-            list += (list.empty() ? "\n " : ",\n ") + asJson(serial, holders[j]);
-            table.add({std::to_string(serial), levelName(holders[j].level), holders[j].owner,
-                       dotted(holders[j].ipAddress), sinceWhen(holders[j].secondsHeld),
-                       duration(holders[j].secondsHeld), duration(holders[j].secondsLeft)});
+        for (KvUInt32 j = 0; j < answer->count; ++j) {
+            const KvDALSHolder& holder = answer->holders[j];
+            list += (list.empty() ? "\n " : ",\n ") + asJson(answer->serial, holder);
+            table.add({std::to_string(answer->serial), levelName(holder.level), holder.owner, dotted(holder.ipAddress),
+                       sinceWhen(holder.secondsHeld), duration(holder.secondsHeld), duration(holder.secondsLeft)});
         }
     }
     if (options.json)

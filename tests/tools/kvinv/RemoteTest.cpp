@@ -256,9 +256,9 @@ TEST_F(Remote, AnAccessIdThatIsNoneIsRefused)
     EXPECT_NE(valueOf("HCN[4711]/LOCATION"), "z\n");
 }
 
-TEST_F(Remote, AnInterruptionGivesTheLockBack)
+TEST_F(Remote, AnInterruptionOfTheCommandGivesTheLockBack)
 {
-    for (const int signal : {SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::vector<std::string> arguments = {"lock", "--ip", "127.0.70.1", "HCN[4711]",
                                               "--",   "sh",   "-c",         "echo locked; exec sleep 600"};
         Running running(KVINV_PROGRAM, arguments, with());
@@ -267,9 +267,27 @@ TEST_F(Remote, AnInterruptionGivesTheLockBack)
         running.signal(signal);
         const Ended ended = running.wait();
         EXPECT_EQ(ended.status, 128 + signal);
-        EXPECT_EQ(ended.err, "kvinv: interrupted\n");
+        EXPECT_EQ(ended.err, "");
         EXPECT_EQ(run({"locks", "--json"}).out, "[]\n");
     }
+}
+
+TEST_F(Remote, ACommandThatSurvivesInterruptionsKeepsTheLockAndItsStatus)
+{
+    Running running(
+        KVINV_PROGRAM,
+        {"lock", "--ip", "127.0.70.1", "HCN[4711]", "--", "sh", "-c",
+         "n=0; trap 'n=$((n+1)); echo caught $n' INT; echo locked; while [ $n -lt 3 ]; do sleep 0.02; done; "
+         "exit 5"},
+        with());
+    ASSERT_TRUE(running.waitFor("locked"));
+    for (const char* caught : {"caught 1", "caught 2", "caught 3"}) {
+        EXPECT_EQ(lines(run({"locks"}).out).size(), 2U);
+        running.signal(SIGINT);
+        ASSERT_TRUE(running.waitFor(caught));
+    }
+    EXPECT_EQ(running.wait().status, 5);
+    EXPECT_EQ(run({"locks", "--json"}).out, "[]\n");
 }
 
 TEST_F(Remote, ALostLockDoesNotGoUnnoticed)
