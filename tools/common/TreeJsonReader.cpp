@@ -1,15 +1,11 @@
-#include <charconv>
-#include <cmath>
-#include <limits>
-#include <new>
 #include <vector>
 
 #include "inventory/KvCInventoryItem.h"
 #include "inventory/KvCInventoryParameter.h"
 #include "inventory/ids/KvNInventoryIDs.h"
 #include "platform/errorhandling/KvCErrorList.h"
-#include "tools/common/ParameterText.h"
 #include "tools/common/TreeJson.h"
+#include "tools/common/TreeJsonValue.h"
 
 namespace KvNTreeJson {
 
@@ -72,33 +68,6 @@ const KeyRow* rowOf(std::string_view name, unsigned allowed)
     return nullptr;
 }
 
-bool asUInt32(const Number& number, KvUInt32& value)
-{
-    if (number.kind != Number::Kind::Unsigned || number.asUnsigned > 0xFFFFFFFFU)
-        return false;
-    value = static_cast<KvUInt32>(number.asUnsigned);
-    return true;
-}
-
-/** A value until its type is known. */
-struct HeldValue
-{
-    enum class Kind
-    {
-        None,
-        Number,
-        Text,
-        Bytes,
-        Array
-    };
-    Kind kind = Kind::None;
-    Number number;
-    std::string text;              ///< a text, decoded bytes, or the digits of a number
-    std::vector<double> elements;  ///< of an array: every one a double holds exactly what was written, see `whole`
-    bool whole = true;             ///< of an array: no element but integers from 0 to 4294967295
-    std::size_t firstNotWhole = 0;
-};
-
 /** An item while its object is open. Deep trees have many: what is rare stays small. */
 struct ItemFrame
 {
@@ -123,151 +92,6 @@ struct ParameterFrame
     std::string unit;
     HeldValue value;
 };
-
-template <class T>
-bool convertInteger(const HeldValue& held, T& value)
-{
-    if constexpr (sizeof(T) == 8) {
-        if (held.kind != HeldValue::Kind::Text)
-            return false;
-        const char* end = held.text.data() + held.text.size();
-        const auto [stop, error] = std::from_chars(held.text.data(), end, value);
-        return error == std::errc() && stop == end;
-    } else {
-        // `char` counts as signed 8 bits on every host.
-        using Limits = std::numeric_limits<std::conditional_t<std::is_same_v<T, char>, signed char, T>>;
-        if (held.kind != HeldValue::Kind::Number || held.number.kind == Number::Kind::Float)
-            return false;
-        if (held.number.kind == Number::Kind::Unsigned) {
-            if (held.number.asUnsigned > static_cast<std::uint64_t>(Limits::max()))
-                return false;
-            value = static_cast<T>(held.number.asUnsigned);
-            return true;
-        }
-        if (held.number.asSigned < static_cast<std::int64_t>(Limits::min()))
-            return false;
-        value = static_cast<T>(held.number.asSigned);
-        return true;
-    }
-}
-
-bool namedFloat(std::string_view text, double& value)
-{
-    if (text == "NaN")
-        value = std::numeric_limits<double>::quiet_NaN();
-    else if (text == "Infinity" || text == "-Infinity")
-        value =
-            text.front() == '-' ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity();
-    else
-        return false;
-    return true;
-}
-
-template <class T>
-bool convertFloat(const HeldValue& held, T& value)
-{
-    double number = 0;
-    if (held.kind == HeldValue::Kind::Text) {
-        if (!namedFloat(held.text, number))
-            return false;
-        value = static_cast<T>(number);
-        return true;
-    }
-    if (held.kind != HeldValue::Kind::Number)
-        return false;
-    switch (held.number.kind) {
-        case Number::Kind::Signed:
-            value = static_cast<T>(held.number.asSigned);
-            return true;
-        case Number::Kind::Unsigned:
-            value = static_cast<T>(held.number.asUnsigned);
-            return true;
-        default:
-            break;
-    }
-    // From the digits, not from the double: rounding twice could end in another float.
-    const auto error = std::from_chars(held.text.data(), held.text.data() + held.text.size(), value).ec;
-    if (error == std::errc::result_out_of_range && std::abs(held.number.asDouble) < 1)
-        value = std::copysign(T{0}, static_cast<T>(held.number.asDouble));
-    else if (error != std::errc())
-        return false;
-    return std::isfinite(value);
-}
-
-bool convertVersion(const HeldValue& held, KvCVersion& value)
-{
-    if (held.kind != HeldValue::Kind::Text)
-        return false;
-    if (held.text.size() == 18 && held.text.compare(0, 2, "0x") == 0) {
-        KvUInt64 packed = 0;
-        const char* end = held.text.data() + held.text.size();
-        const auto [stop, error] = std::from_chars(held.text.data() + 2, end, packed, 16);
-        value.setByULong64(packed);
-        return error == std::errc() && stop == end;
-    }
-    return KvNParameterText::parseVersion(held.text, value);
-}
-
-template <class T>
-bool convert(const HeldValue& held, T& value)
-{
-    if constexpr (KvNElement::isArray<T>) {
-        if (held.kind != HeldValue::Kind::Array)
-            return false;
-        using Element = std::remove_cvref_t<decltype(*value.getData())>;
-        if (std::is_same_v<Element, KvUInt32> && !held.whole)
-            return false;
-        const std::vector<Element> elements(held.elements.begin(), held.elements.end());
-        value.setData(static_cast<KvUInt32>(elements.size()), elements.data());
-        return value.getCount() == elements.size();
-    } else if constexpr (KvNElement::isString<T>) {
-        if (held.kind != HeldValue::Kind::Text && held.kind != HeldValue::Kind::Bytes)
-            return false;
-        value = KvCString(held.text.c_str());
-        return true;
-    } else if constexpr (KvNElement::isVersion<T>) {
-        return convertVersion(held, value);
-    } else if constexpr (std::is_floating_point_v<T>) {
-        return convertFloat(held, value);
-    } else {
-        return convertInteger(held, value);
-    }
-}
-
-/** What a value of the type looks like in JSON, for messages. */
-template <class T>
-std::string expectedValue()
-{
-    if constexpr (std::is_same_v<T, KvCArrayParam<KvUInt32>>)
-        return "an array of integers from 0 to 4294967295";
-    else if constexpr (KvNElement::isArray<T>)
-        return "an array of numbers";
-    else if constexpr (KvNElement::isString<T>)
-        return "a text";
-    else if constexpr (KvNElement::isVersion<T>)
-        return "a version such as \"3.1.2b4p7\", or \"0x\" and 16 hexadecimal digits";
-    else if constexpr (std::is_floating_point_v<T>)
-        return "a number, \"NaN\", \"Infinity\" or \"-Infinity\"";
-    else if constexpr (sizeof(T) == 8)
-        return "an integer from " + std::to_string(std::numeric_limits<T>::min()) + " to " +
-               std::to_string(std::numeric_limits<T>::max()) + " as a string";
-    else if constexpr (std::is_same_v<T, char>)
-        return "an integer from -128 to 127";
-    else
-        return "an integer from " + std::to_string(std::numeric_limits<T>::min()) + " to " +
-               std::to_string(std::numeric_limits<T>::max());
-}
-
-bool typeByName(std::string_view name, KvUInt32& type)
-{
-#define KV_ELEMENT_TYPE(code, cppType, suffix, typeName, format) \
-    if (name == typeName) {                                      \
-        type = code;                                             \
-        return true;                                             \
-    }
-#include "composite/ElementTypes.def"
-    return false;
-}
 
 bool isText(const char* text, const std::string& wanted)
 {
@@ -629,23 +453,12 @@ bool ItemReader::Impl::finishParameter()
         errors, KvCInventoryAddress(frame.id), frame.description.c_str(), frame.type));
     if (parameter == nullptr || errors.getErrorCount() > 0)
         return outOfMemory(errors);
-    const bool fits = KvNElement::dispatch(
-        frame.type,
-        [&](auto type) {
-            using T = typename decltype(type)::Value;
-            T value{};
-            if (convert(frame.value, value)) {
-                static_cast<KvCParam&>(*parameter).setValue(errors, value);
-                return true;
-            }
-            KvNJson::Pointer where = object().member("value");
-            if (KvNElement::isArray<T> && frame.value.kind == HeldValue::Kind::Array)
-                where.element(frame.value.firstNotWhole);
-            return failAt(where, std::string(KvNElement::Traits<T>::name) + " takes " + expectedValue<T>());
-        },
-        [] { return false; });
-    if (!fits)
-        return false;
+    if (!store(frame.value, errors, *parameter)) {
+        KvNJson::Pointer where = object().member("value");
+        if (frame.value.kind == HeldValue::Kind::Array && expectsArray(frame.type))
+            where.element(frame.value.firstNotWhole);
+        return failAt(where, std::string(KvNElement::nameOf(frame.type)) + " takes " + expectedValue(frame.type));
+    }
     if (frame.value.kind == HeldValue::Kind::Text && frame.value.text.find('\0') != std::string::npos)
         return failAt(object().member("value"), "contains a NUL");
     parameter->setUnit(frame.unit.c_str());
