@@ -96,7 +96,9 @@ KvInt32 reportRefusal(KvCErrorListPool& errors, const char* origin, const Board&
                       const char* owner)
 {
     const char* address = board.address();
-    const KvInt32 result = BoardRefused + status;
+    // any number may come
+    const bool known = status > 0 && status <= BoardLimit - BoardRefused;
+    const KvInt32 result = known ? BoardRefused + status : BoardRefused;
     switch (result) {
         case BoardLocked:
             KV_REPORT(errors, DalBoardLocked, origin, address,

@@ -8,6 +8,8 @@
 #include "platform/dal/KeepRound.h"
 
 #if !defined(_WIN32)
+#include <pthread.h>
+
 #include <csignal>
 #endif
 
@@ -122,12 +124,35 @@ struct LeaseKeeper::StopAtUnload
     ~StopAtUnload() { LeaseKeeper::instance().stop(); }
 };
 
+struct LeaseKeeper::ForkHandler
+{
+    ForkHandler()
+    {
+#if !defined(_WIN32)
+        if (pthread_atfork(nullptr, nullptr, &LeaseKeeper::beginAnew) != 0)
+            throw std::bad_alloc();
+#endif
+    }
+};
+
+namespace {
+
+alignas(LeaseKeeper) unsigned char keeperStorage[sizeof(LeaseKeeper)];
+
+}  // namespace
+
 /* Never destroyed, for the reason given at handleTable(). */
 LeaseKeeper& LeaseKeeper::instance() noexcept
 {
-    alignas(LeaseKeeper) static unsigned char storage[sizeof(LeaseKeeper)];
-    static LeaseKeeper* const only = ::new (static_cast<void*>(storage)) LeaseKeeper;
+    static LeaseKeeper* const only = ::new (static_cast<void*>(keeperStorage)) LeaseKeeper;
     return *only;
+}
+
+/* In a process that has just been forked: the thread stayed with the parent and can neither be waited for nor woken.
+   What it may have been in the midst of changing is left as it is. */
+void LeaseKeeper::beginAnew() noexcept
+{
+    ::new (static_cast<void*>(keeperStorage)) LeaseKeeper;
 }
 
 void LeaseKeeper::keep(std::shared_ptr<Lease> lease)
@@ -167,6 +192,7 @@ void LeaseKeeper::start()
         KeepRound first;
         first.run(milliseconds(0));
     }
+    static const ForkHandler forkHandler;
     static const StopAtUnload stopAtUnload;
     m_thread = std::thread([this] { run(); });
     m_started = true;

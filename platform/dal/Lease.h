@@ -73,6 +73,7 @@ private:
 /**
  * Keeps the process's leases: one thread, started by the first of them and ended when the library is unloaded, asks
  * each board at a third of its lease, all that are due side by side, so that a silent board costs the others nothing.
+ * A forked process keeps only what it is granted itself; the leases of before stay its parent's.
  */
 class LeaseKeeper
 {
@@ -89,7 +90,9 @@ public:
 private:
     using Leases = std::vector<std::shared_ptr<Lease>, KvNAllocation::Allocator<std::shared_ptr<Lease>>>;
     struct StopAtUnload;
+    struct ForkHandler;
 
+    static void beginAnew() noexcept;
     void start();
     void stop() noexcept;
     void run() noexcept;
