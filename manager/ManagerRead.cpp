@@ -1,3 +1,4 @@
+#include <cstring>
 #include <utility>
 
 #include "manager/ReceivedBlock.h"
@@ -9,6 +10,19 @@ using KvNInventoryManager::RemoteCall;
 using KvNInventoryManager::StatusCall;
 using KvNInventoryRpc::Opaque;
 namespace Procedure = KvNInventoryRpc::Procedure;
+
+namespace {
+
+/** Gives a parameter all that another one has; false when memory for a part of it could not be had. */
+bool assignWhole(KvCInventoryParameter& parameter, const KvCInventoryParameter& received)
+{
+    parameter.clearStateBit(KvCParam::ConstructionFailedBit);
+    parameter = received;
+    return parameter.getStateBit(KvCParam::ConstructionFailedBit) == 0 &&
+           std::strcmp(parameter.getUnit(), received.getUnit()) == 0;
+}
+
+}  // namespace
 
 long KvCInventoryManager::readParameter(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
                                         const KvCInventoryAddress& address, KvCInventoryParameter& parameter) const
@@ -41,11 +55,9 @@ long KvCInventoryManager::readParameter(KvCErrorListPool& errors, KVINVENTORYMAN
         KV_REPORT(errors, ReceivedParameterInvalid, origin);
         return -1;
     }
-    // A copy of a text that cannot be had is reported to the master list only.
-    const KvNReport::Watch copying(KvNReport::masterList());
-    parameter = *received;
+    const bool whole = assignWhole(parameter, *received);
     delete received;
-    if (!copying.grew())
+    if (whole)
         return 0;
     KV_REPORT(errors, RemoteOutOfMemory, origin);
     return -1;

@@ -1,5 +1,6 @@
 #include <functional>
 #include <set>
+#include <utility>
 
 #include "ManagerTest.h"
 #include "tests/support/CapturedOutput.h"
@@ -117,9 +118,61 @@ TEST_F(WithoutMemory, aReadFailsOrIsWhole)
             const FailingAllocation none(0);
             EXPECT_STREQ(text, parameter.getValue<KvCString>(setup).c_str());
             EXPECT_STREQ("a unit of some length", parameter.getUnit());
+            EXPECT_STREQ("MIN_VOLTAGE", parameter.getDescription());
         }
         return result;
     });
+}
+
+TEST_F(WithoutMemory, aReadHasNothingToDoWithWhatOthersReportMeanwhile)
+{
+    const char* text = "a text that needs memory of its own";
+    board.client->answer(
+        2, Record().number(0).opaque(parameterStream(KvCString(text), "a unit of some length")).opaque({}));
+    KvCErrorListPool setup;
+    KvCInventoryParameter parameter(setup, KvNInventoryIDs::NAME, nullptr, KvCString(), "", false, 0);
+    KvCErrorListPool& master = KvCErrorManager::getMasterErrorList();
+    const KvUInt32 before = master.getErrorCount();
+    bool reporting = false;
+    const auto reportMeanwhile = [](void* context, std::size_t) {
+        bool& nested = *static_cast<bool*>(context);
+        if (!std::exchange(nested, true)) {
+            KvCErrorManager::getMasterErrorList().setError(0x1300816, 1, "somewhere else", nullptr);
+            nested = false;
+        }
+        return true;
+    };
+    KvNAllocation::setHook(reportMeanwhile, &reporting);
+    const long result = manager.readParameter(errors, root, address, parameter);
+    KvNAllocation::setHook(nullptr, nullptr);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(Codes(), codesOf(errors));
+    EXPECT_STREQ(text, parameter.getValue<KvCString>(setup).c_str());
+    EXPECT_LT(before, master.getErrorCount());
+    master.clear();
+}
+
+TEST_F(WithoutMemory, aParameterThatOnceFailedCanBeReadAgain)
+{
+    board.client->answer(
+        2, Record().number(0).opaque(parameterStream(KvCString("a text that needs memory"), "V")).opaque({}));
+    KvCErrorListPool setup;
+    KvCInventoryParameter parameter(setup, KvNInventoryIDs::NAME, nullptr, KvCString(), "", false, 0);
+    for (std::size_t number = 1;; ++number) {
+        bool failed = false;
+        {
+            KvCErrorListPool reported;
+            const FailingAllocation failing(number);
+            static_cast<void>(manager.readParameter(reported, root, address, parameter));
+            failed = failing.hasFailed();
+        }
+        if (!failed)
+            break;
+        EXPECT_EQ(0, manager.readParameter(errors, root, address, parameter)) << number;
+        EXPECT_EQ(0u, parameter.getStateBit(KvCParam::ConstructionFailedBit));
+    }
+    EXPECT_EQ(Codes(), codesOf(errors));
+    KvCErrorManager::getMasterErrorList().clear();
 }
 
 TEST_F(WithoutMemory, aWriteFailsOrSendsTheWholeValue)
