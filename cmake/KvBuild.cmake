@@ -33,14 +33,14 @@ function(kv_add_program name)
 endfunction()
 
 # kv_add_test(NAME LAYERS layer... SOURCES source... [LIBRARIES library...]): a GoogleTest program over the objects of
-# the named layers; one ctest entry, run on a network of its own. The header of GoogleTest is precompiled once for all of them.
+# the named layers; one ctest entry, run on a network of its own. GoogleTest's header is precompiled once for all of them.
 function(kv_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "LAYERS;SOURCES;LIBRARIES")
   add_executable(${name} ${arg_SOURCES})
   list(TRANSFORM arg_LAYERS PREPEND kv_)
   target_link_libraries(${name} PRIVATE kv_test_support ${arg_LAYERS} ${arg_LIBRARIES})
   if(NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    target_precompile_headers(${name} REUSE_FROM kv_test_support)
+    target_precompile_headers(${name} REUSE_FROM kv_test_header)
   endif()
   add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/own-network.sh $<TARGET_FILE:${name}>)
   set_tests_properties(${name} PROPERTIES TIMEOUT 900)
