@@ -82,7 +82,8 @@ enum HandleParameter : KvUInt32
 
 /**
  * What discovery found out about one board, 824 bytes. The texts end with a NUL. A record made by hand needs
- * `ipAddress` or `hostAddress` and the serial number; ports of 0 are asked of the board's port mapper when needed.
+ * `ipAddress` or `hostAddress` and the serial number. Ports are told for information; calls ask the board's port
+ * mapper.
  */
 struct KvDALSDeviceInfo
 {
@@ -115,11 +116,11 @@ KV_EXPORT KvInt32 KvDAL_setFilterParameter(KvCErrorListPool& errors, void* filte
  * Each asked host's port mapper (port 111, or that of the environment's KVDAL_PORTMAP_PORT) is asked for the device
  * access service at 0, 250 and 700 ms, and the service for its identity as soon as the port is known. Addresses of the
  * filter are exactly the hosts asked, over UDP and TCP. A mask asks the hosts of each IPv4 network of this host under
- * that mask: by the interface's broadcast address, or one by one where there is none and the network has at most 1024
- * hosts; of loopback, 127.0.0.0/24. Otherwise the interfaces' own networks are asked. A board that answers its port
- * mapper but not the question for its identity, or not rightly, is left out and warned of
- * (KvCErrorManager::sendWarning). The boards come in the order of the filter's addresses, else by IP address.
- * Results: InvalidHandle, NetworkFailed, OutOfMemory, Cancelled; finding no board is no failure.
+ * that mask: by the interface's broadcast address, of which the first 4096 hosts that answer count, or one by one where
+ * there is none and the network has at most 1024 hosts; of loopback, 127.0.0.0/24. Otherwise the interfaces' own
+ * networks are asked. A board that answers its port mapper but not the question for its identity, or not rightly, is
+ * left out and warned of (KvCErrorManager::sendWarning). The boards come in the order of the filter's addresses, else
+ * by IP address. Results: InvalidHandle, NetworkFailed, OutOfMemory, Cancelled; finding no board is no failure.
  */
 KV_EXPORT KvInt32 KvDAL_applyFilter(KvCErrorListPool& errors, void* filter);
 

@@ -85,6 +85,7 @@ struct RpcDatagram::State : public KvNAllocation::Object
     std::array<KvUInt32, 8> times{0, 250, 700};
     std::size_t timeCount = 3;
     std::size_t largestReply = 65536;
+    std::size_t mostSenders = 4096;
     Items items;
     std::size_t openItems = 0;
     KvUInt32 nextTransactionId = firstTransactionId();
@@ -205,6 +206,12 @@ void RpcDatagram::setLargestReply(std::size_t bytes) noexcept
 {
     if (m_state != nullptr)
         m_state->largestReply = bytes;
+}
+
+void RpcDatagram::setMostSenders(std::size_t count) noexcept
+{
+    if (m_state != nullptr)
+        m_state->mostSenders = count;
 }
 
 RpcDatagram::End RpcDatagram::run(KvUInt32 milliseconds, Handler handler, void* context) noexcept
@@ -390,7 +397,8 @@ bool RpcDatagram::State::take(Item& item, const unsigned char* data, std::size_t
     if (!xdr_replyHeader(&xdrs, &header) || header.xid != item.transactionId)
         return false;
     if (item.request.broadcast) {
-        if (std::find(item.senders.begin(), item.senders.end(), sender) != item.senders.end())
+        if (item.senders.size() >= mostSenders ||
+            std::find(item.senders.begin(), item.senders.end(), sender) != item.senders.end())
             return true;
         try {
             item.senders.push_back(sender);

@@ -91,6 +91,9 @@ public:
     /** Largest reply taken over TCP, default 64 KiB. */
     void setLargestReply(std::size_t bytes) noexcept;
 
+    /** Of how many senders a broadcast takes replies, default 4096: whoever forges senders fills no memory. */
+    void setMostSenders(std::size_t count) noexcept;
+
     /** Sends, waits at most `milliseconds`, and calls `handler` with each reply. No exception leaves it. */
     End run(KvUInt32 milliseconds, Handler handler, void* context) noexcept;
 

@@ -208,8 +208,13 @@ TEST(RpcDatagram, ABroadcastCollectsEachSenderOnceUntilTheDeadline)
     exchange.add(asked);
     Collector collector;
     EXPECT_EQ(collector.run(exchange, 300), RpcDatagram::End::Deadline);
+    Collector one;
+    exchange.setMostSenders(1);
+    exchange.add(asked);
+    EXPECT_EQ(one.run(exchange, 300), RpcDatagram::End::Deadline);
     server.stop();
     runner.join();
+    EXPECT_EQ(one.replies.size(), 1u);
     ASSERT_EQ(collector.replies.size(), 2u);
     EXPECT_EQ(collector.replies[0].address + collector.replies[1].address, 0xFE000003u);
 }
