@@ -137,6 +137,8 @@ KvCInventoryRootHandle::KvCInventoryRootHandle(KvCErrorListPool& errors, KvUInt3
 
 KvCInventoryRootHandle::KvCInventoryRootHandle(KvCErrorListPool& errors, const KvUInt32* ipAddresses, KvUInt32 count)
 {
+    if (ipAddresses == nullptr)
+        return;
     BoardFilter filter(errors);
     filter.setTransport();
     for (KvUInt32 i = 0; i < count; ++i)

@@ -75,8 +75,11 @@ long KvCInventoryManager::getLocalAddress(KvCErrorListPool& errors, KVINVENTORYM
         KV_REPORT(errors, RemoteAddressCorrupt, origin);
         return -1;
     }
-    KvCInventoryAddress extended = address / KvCInventoryAddress::fromPairs(received.values, received.elementCount);
-    if (extended.getLength() != KvUInt64{address.getLength()} + received.elementCount) {
+    const KvUInt64 whole = KvUInt64{address.getLength()} + received.elementCount;
+    const KvCInventoryAddress own = KvCInventoryAddress::fromPairs(received.values, received.elementCount);
+    remote.release();  // however long it is, the address is held no more than twice
+    KvCInventoryAddress extended = address / own;
+    if (extended.getLength() != whole) {
         KV_REPORT(errors, OutOfMemory, origin);
         return -1;
     }

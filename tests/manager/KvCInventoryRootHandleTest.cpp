@@ -105,7 +105,8 @@ TEST_F(RootHandle, ofNothingHoldsNoBoards)
     void* device = nullptr;
     for (const Handle& handle :
          {Handle(new KvCInventoryRootHandle(errors, &info, 0)), Handle(new KvCInventoryRootHandle(errors, &info, -1)),
-          Handle(new KvCInventoryRootHandle(errors, &device, 0))})
+          Handle(new KvCInventoryRootHandle(errors, &device, 0)),
+          Handle(new KvCInventoryRootHandle(errors, static_cast<KvUInt32*>(nullptr), 2))})
         EXPECT_EQ(0u, handle->getBoardCount());
     EXPECT_EQ(Codes(), codesOf(errors));
 }
