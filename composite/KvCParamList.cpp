@@ -7,7 +7,10 @@
 #include "composite/KvCParam.h"
 #include "composite/ParamIndex.h"
 
-KvCParamList::KvCParamList(KvCComposite* owner) : m_owner(owner) {}
+KvCParamList::KvCParamList(KvCComposite* owner) : m_owner(owner)
+{
+    m_keepsContent = 1;
+}
 
 KvCParamList::~KvCParamList()
 {
@@ -68,25 +71,41 @@ KvCParam* KvCParamList::getElementbyDescr(const char* descr) const
 
 KvCParam* KvCParamList::getElementbyIndex(KvUInt32 index) const
 {
+    return getElementbyIndex(index, nullptr);
+}
+
+KvCParam* KvCParamList::getElementbyIndex(KvUInt32 index, Filter filter) const
+{
     if (index >= m_count)
         return nullptr;
-    if (m_cursor == nullptr || index < m_cursorPlace / 2) {
+    const auto isPassed = [filter](const KvPListNode<KvCParam*>* node) {
+        return filter != nullptr && !filter(node->getContent());
+    };
+    const bool isFiltered = filter != nullptr;
+    if (m_cursor == nullptr || (m_cursorIsFiltered != 0) != isFiltered || index < m_cursorPlace / 2) {
         m_cursor = m_front;
+        while (m_cursor != nullptr && isPassed(m_cursor))
+            m_cursor = m_cursor->getNext();
         m_cursorPlace = 0;
+        m_cursorIsFiltered = isFiltered ? 1 : 0;
     }
-    for (; m_cursorPlace < index; ++m_cursorPlace)
-        m_cursor = m_cursor->getNext();
-    for (; m_cursorPlace > index; --m_cursorPlace)
-        m_cursor = m_cursor->getPrev();
-    return m_cursor->getContent();
+    while (m_cursor != nullptr && m_cursorPlace != index) {
+        const bool isForward = m_cursorPlace < index;
+        do
+            m_cursor = isForward ? m_cursor->getNext() : m_cursor->getPrev();
+        while (m_cursor != nullptr && isPassed(m_cursor));
+        m_cursorPlace += isForward ? 1U : static_cast<KvUInt32>(-1);
+    }
+    return m_cursor == nullptr ? nullptr : m_cursor->getContent();
 }
 
 void KvCParamList::removeElement(KvCParam* parameter)
 {
     if (parameter == nullptr)
         return;
-    // A parameter in one list only stands there with its own node: no need to search for it.
-    const bool isOwnNode = parameter->m_attachments == 1 && parameter->m_nodeIsTaken;
+    // A parameter in this list only stands there with its own node: no need to search for it.
+    const bool isOwnNode =
+        parameter->m_attachments == 1 && parameter->m_nodeIsTaken && getElementbyId(parameter->getId()) == parameter;
     removeListNode(isOwnNode ? &parameter->m_node : find(parameter));
 }
 

@@ -30,6 +30,9 @@ public:
     /** The parameter at this place, from 0; null past the end. Going through a list place by place takes linear time.
      */
     KvCParam* getElementbyIndex(KvUInt32 index) const;
+    using Filter = bool (*)(KvCParam*);
+    /** The same, counting only the parameters for which `filter` is true; the same one each time for one list. */
+    KvCParam* getElementbyIndex(KvUInt32 index, Filter filter) const;
 
     /** Takes the parameter out, which may destroy it; does nothing for a parameter that the list does not hold. */
     void removeElement(KvCParam* parameter);

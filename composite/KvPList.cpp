@@ -122,7 +122,7 @@ T* KvPList<T>::findContent(T& element)
 template <class T>
 KvPListNode<T>* KvPList<T>::makeNode(const T& element)
 {
-    KvPListNode<T>* node = Traits::take(element);
+    KvPListNode<T>* node = m_keepsContent != 0 ? Traits::take(element) : nullptr;
     if (node == nullptr)
         node = new KvPListNode<T>;
     if (node == nullptr)

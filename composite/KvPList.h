@@ -56,6 +56,7 @@ struct KvPListTraits<KvCParam*>
 /**
  * A doubly linked list, instantiated for `KvCParam*`. It does not own what it holds; a derived class learns by the two
  * notify hooks when an element joins or leaves. No operation but find, findContent and clear depends on the length.
+ * Elements may end before the list does, unless a derived class keeps them and says so (m_keepsContent).
  */
 template <class T>
 class KV_EXPORT KvPList : public KvNAllocation::Object
@@ -106,7 +107,9 @@ protected:
     mutable typename Traits::Index* m_index = nullptr;  ///< made when a lookup pays for it
     mutable KvPListNode<T>* m_cursor = nullptr;         ///< the last node asked for by its place …
     mutable KvUInt32 m_cursorPlace = 0;                 ///< … and that place
-    KvUInt32 m_count = 0;
+    KvUInt32 m_count : 30 = 0;
+    KvUInt32 m_keepsContent : 1 = 0;              ///< no element ends while the list holds it, so its node may be used
+    mutable KvUInt32 m_cursorIsFiltered : 1 = 0;  ///< the place counts only the elements that a filter lets pass
 
 private:
     KvPListNode<T>* makeNode(const T& element);

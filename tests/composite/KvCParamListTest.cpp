@@ -270,4 +270,58 @@ TEST_F(KvCParamListTest, DerivedListsAreToldAndCompareInTheirWay)
     EXPECT_EQ(list.told, "+1+2-2-1");
 }
 
+TEST_F(KvCParamListTest, AListThatKeepsNothingMayOutliveItsElements)
+{
+    KvPList<KvCParam*> list;
+    for (KvUInt32 id = 0; id < 3; ++id) {
+        KvCParam* const parameter = make(id);
+        list.pushBack(errors, parameter);
+        delete parameter;
+    }
+    EXPECT_EQ(list.getCount(), 3U);
+    list.removeListNode(list.getFront());
+    list.clear();
+    EXPECT_TRUE(list.isEmpty());
+    EXPECT_EQ(deaths, (Ids{0, 1, 2}));
+}
+
+TEST_F(KvCParamListTest, OnlyAnElementOfTheListIsTakenOut)
+{
+    KvCParamList holding(nullptr);
+    KvCParamList other(nullptr);
+    KvCParam* const parameter = make(1);
+    holding.pushBack(parameter);
+    other.pushBack(make(1));
+    other.removeElement(parameter);
+    other.removeElement(nullptr);
+    EXPECT_EQ(idsOf(holding), Ids{1});
+    EXPECT_EQ(idsOf(other), Ids{1});
+    EXPECT_TRUE(deaths.empty());
+    holding.removeElement(parameter);
+    EXPECT_TRUE(holding.isEmpty());
+    EXPECT_EQ(deaths, Ids{1});
+}
+
+TEST_F(KvCParamListTest, PlacesMayCountSomeElementsOnly)
+{
+    KvCParamList list(nullptr);
+    for (const KvUInt32 id : {1U, 2U, 3U, 4U, 6U, 7U})
+        list.pushBack(make(id));
+    const KvCParamList::Filter isEven = [](KvCParam* parameter) { return parameter->getId() % 2 == 0; };
+    const auto idAt = [&](KvUInt32 place, KvCParamList::Filter filter) {
+        const KvCParam* const parameter = list.getElementbyIndex(place, filter);
+        return parameter == nullptr ? 0 : parameter->getId();
+    };
+    for (const KvUInt32 place : {0U, 1U, 2U, 1U, 0U, 2U})
+        EXPECT_EQ(idAt(place, isEven), Ids({2, 4, 6})[place]);
+    EXPECT_EQ(idAt(2, nullptr), 3U);
+    EXPECT_EQ(idAt(2, isEven), 6U);
+    EXPECT_EQ(idAt(3, isEven), 0U);
+    EXPECT_EQ(idAt(5, isEven), 0U);
+    EXPECT_EQ(idAt(1, isEven), 4U);
+    list.pushFront(make(8));
+    EXPECT_EQ(idAt(0, isEven), 8U);
+    EXPECT_EQ(idAt(6, nullptr), 7U);
+}
+
 }  // namespace
