@@ -148,13 +148,11 @@ KvCInventoryParameter* KvCInventoryItem::getParameter(const KvCInventoryAddress&
 
 KvCInventoryParameter* KvCInventoryItem::getParameterByOrdinalNumber(KvUInt32 n) const
 {
-    KvCInventoryParameter* found = nullptr;
-    forEachParameter([&](KvCInventoryParameter& parameter) {
-        if (n-- == 0)
-            found = &parameter;
-        return found == nullptr;
-    });
-    return found;
+    const KvCParamList* list = getParameterList();
+    if (list == nullptr)
+        return nullptr;
+    return asInventoryParameter(
+        list->getElementbyIndex(n, [](KvCParam* parameter) { return asInventoryParameter(parameter) != nullptr; }));
 }
 
 KvCInventoryItem* KvCInventoryItem::addItem(const KvCInventoryAddress& where, KvCInventoryItem* item)

@@ -76,8 +76,8 @@ public:
     KvCInventoryItem* getItem(const KvCInventoryAddress& address) const;
     /** The parameter at `address`: the last element is its ID, those before it name the item; else null. */
     KvCInventoryParameter* getParameter(const KvCInventoryAddress& address) const;
-    /** The n-th parameter of this item in order, from 0; null past the end. Takes time in proportion to n: use
-        forEachParameter for all of them. */
+    /** The n-th parameter of this item in order, from 0; null past the end. Going through them one by one takes
+        linear time. */
     KvCInventoryParameter* getParameterByOrdinalNumber(KvUInt32 n) const;
     /** Calls `visit(KvCInventoryParameter&)` for each parameter of this item in order, until it returns false. `visit`
         may remove the parameter that it is given. False when it was stopped. */

@@ -221,6 +221,8 @@ TEST_F(InventoryItem, ParametersOfOtherClassesArePassedOver)
     EXPECT_EQ(root->getParameterByOrdinalNumber(0), nullptr);
     KvCInventoryParameter* name = addValue(*root, NAME, 1);
     EXPECT_EQ(root->getParameterByOrdinalNumber(0), name);
+    EXPECT_EQ(root->getParameterByOrdinalNumber(1), nullptr);
+    EXPECT_EQ(root->getParameterByOrdinalNumber(0), name);
     KvCErrorListPool list;
     EXPECT_EQ(std::string(root->toString(list, 0x80, 0).c_str()),
               "ROOT\n    NAME Int32\n        1\n        No\n        0\n");
