@@ -89,9 +89,8 @@ KvCParam* KvCComposite::findParameter(KvCErrorListPool& errors, KvUInt32 id, con
     return nullptr;
 }
 
-long KvCComposite::findPointer(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 code, void** pointer)
+long KvCComposite::findPointer(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 code, void** pointer, const char* origin)
 {
-    constexpr const char* origin = "KvCComposite::getParameterPointer";
     const KvCParam* const parameter = findParameter(errors, id, origin);
     *pointer = nullptr;
     if (parameter == nullptr)
@@ -139,6 +138,15 @@ KvCParam* KvCComposite::makeParameter(KvCErrorListPool& errors, KvUInt32 id, con
     return keepMade(errors, watch, new (errors) KvCParam(errors, id, descr, type, initial, external));
 }
 
+KvCParam* KvCComposite::createParameter(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type,
+                                        const char* initial)
+{
+    if (!isNewId(errors, id, descr))
+        return nullptr;
+    const KvNReport::Watch watch(errors);
+    return keepMade(errors, watch, new (errors) KvCParam(errors, id, descr, type, initial, nullptr));
+}
+
 template <class T>
 KvCParam* KvCComposite::makeArray(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type,
                                   KvUInt32 count, const T* data, T** publishSlot)
@@ -162,7 +170,7 @@ template <class T>
 long KvCComposite::getArray(KvCErrorListPool& errors, KvUInt32 id, KvUInt32* count, T** data)
 {
     void* pointer = nullptr;
-    const long result = findPointer(errors, id, Traits<KvCArrayParam<T>>::code, &pointer);
+    const long result = findPointer(errors, id, Traits<KvCArrayParam<T>>::code, &pointer, "KvCComposite::getParameter");
     if (result != 0)
         return result;
     auto* const array = static_cast<KvCArrayParam<T>*>(pointer);
@@ -182,6 +190,15 @@ long KvCComposite::changeParameter(KvCErrorListPool& errors, KvUInt32 id, const 
         markModified(parameter);
     parameter->setValue(errors, value);
     return 0;
+}
+
+long KvCComposite::setParameter(KvCErrorListPool& errors, KvUInt32 id, const char* value)
+{
+    const KvCString text(value);
+    if (value == nullptr || *value == '\0' || text.length() != 0)
+        return changeParameter<KvCString>(errors, id, text);
+    KV_REPORT(errors, OutOfMemory, Traits<KvCString>::setter);
+    return findParameter(errors, id, "KvCComposite::setParameter") == nullptr ? -1 : 0;
 }
 
 template <class T>

@@ -139,6 +139,16 @@ public:
         const Value value = static_cast<Value>(initial);
         return makeParameter<Value>(errors, id, descr, type, value, reinterpret_cast<Value*>(external));
     }
+    /** The same with an initial number of another type than the caller's storage, such as a literal. */
+    template <KvNElement::Scalar T, KvNElement::Scalar Number>
+    requires(!std::is_same_v<T, Number>) KvCParam* createParameter(KvCErrorListPool& errors, KvUInt32 id,
+                                                                   const char* descr, KvUInt32 type, Number initial,
+                                                                   T* external)
+    {
+        return createParameter(errors, id, descr, type, static_cast<T>(initial), external);
+    }
+    KvCParam* createParameter(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type,
+                              const char* initial);
     template <class T>
     requires KvNElement::isString<T> || KvNElement::isVersion<T> KvCParam* createParameter(
         KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type, const T& initial)
@@ -154,6 +164,12 @@ public:
         using Value = KvNElement::Canonical<T>;
         return makeArray<Value>(errors, id, descr, type, count, reinterpret_cast<const Value*>(data),
                                 reinterpret_cast<Value**>(publishSlot));
+    }
+    template <KvNElement::ArrayItem T>
+    KvCParam* createParameter(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type, KvUInt32 count,
+                              std::nullptr_t, T** publishSlot)
+    {
+        return createParameter(errors, id, descr, type, count, static_cast<T*>(nullptr), publishSlot);
     }
 
     /** Reads a value. 0, also when the type is another one (0x601001, a zero value); -1 and 0x601801 when the node has
@@ -187,6 +203,7 @@ public:
         else
             return changeParameter<Value>(errors, id, static_cast<Value>(value));
     }
+    long setParameter(KvCErrorListPool& errors, KvUInt32 id, const char* value);
     /** The same for an array of `count` elements copied from `data` (null: zeros). */
     template <KvNElement::ArrayItem T>
     long setParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 count, T* data)
@@ -201,7 +218,8 @@ public:
     long getParameterPointer(KvCErrorListPool& errors, KvUInt32 id, T** pointer)
     {
         void* address = nullptr;
-        const long result = findPointer(errors, id, KvNElement::Traits<KvNElement::Canonical<T>>::code, &address);
+        const long result = findPointer(errors, id, KvNElement::Traits<KvNElement::Canonical<T>>::code, &address,
+                                        "KvCComposite::getParameterPointer");
         *pointer = static_cast<T*>(address);
         return result;
     }
@@ -272,7 +290,7 @@ private:
     KvCParam* keepMade(KvCErrorListPool& errors, const KvNReport::Watch& watch, KvCParam* parameter);
     void markModified(KvCParam* parameter);
     KvCParam* findParameter(KvCErrorListPool& errors, KvUInt32 id, const char* origin) const;
-    long findPointer(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 code, void** pointer);
+    long findPointer(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 code, void** pointer, const char* origin);
     template <class T>
     KvCParam* makeParameter(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type, const T& initial,
                             T* external);

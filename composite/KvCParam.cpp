@@ -21,6 +21,10 @@ bool isLost(const KvCArrayParam<T>& source, const KvCArrayParam<T>& copy)
 {
     return copy.getCount() != source.getCount();
 }
+bool isLost(const char* source, const KvCString& copy)
+{
+    return source != nullptr && *source != '\0' && copy.length() == 0;
+}
 bool isLost(const KvCVersion&, const KvCVersion&)
 {
     return false;
@@ -63,6 +67,14 @@ KvCParam::KvCParam(KvCErrorListPool& errors, KvUInt32 id, Text descr, KvUInt32 t
 {
     setDescr(descr);
     makeValue(errors, initial, external);
+}
+
+KvCParam::KvCParam(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type, const char* initial,
+                   KvCString* external)
+    : KvCParam(errors, id, descr, type, KvCString(initial), external)
+{
+    if (isLost(initial, *valueIf<KvCString>()))
+        reportLost(errors);
 }
 
 KvCParam::KvCParam(const KvCParam& other) : KvNAllocation::Object(other), m_id(other.m_id), m_type(other.m_type)
@@ -308,6 +320,15 @@ void KvCParam::write(KvCErrorListPool& errors, const T& value)
         if (isLost(value, *stored))
             KV_REPORT(errors, OutOfMemory, Traits<T>::setter);
     }
+}
+
+void KvCParam::setValue(KvCErrorListPool& errors, const char* value)
+{
+    const KvCString text(value);
+    if (isLost(value, text))
+        KV_REPORT(errors, OutOfMemory, Traits<KvCString>::setter);
+    else
+        write<KvCString>(errors, text);
 }
 
 void KvCParam::sync(KvUInt32 mask)

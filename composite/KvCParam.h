@@ -36,6 +36,15 @@ public:
         : KvCParam(errors, id, descr, type, canonicalAddress(&initial), canonicalAddress(external),
                    KvNElement::Type<KvNElement::Canonical<T>>())
     {}
+    /** The same with an initial number of another type than the caller's storage, such as a literal. */
+    template <KvNElement::Scalar T, KvNElement::Scalar Number>
+    requires(!std::is_same_v<T, Number>) KvCParam(KvCErrorListPool& errors, KvUInt32 id, const char* descr,
+                                                  KvUInt32 type, const Number& initial, T* external)
+        : KvCParam(errors, id, descr, type, static_cast<T>(initial), external)
+    {}
+    /** The same for a string parameter. */
+    KvCParam(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvUInt32 type, const char* initial,
+             KvCString* external);
     /** Takes id, description, type word and value. A copy of an external parameter names the same storage, any other
         copy has its own; a double-buffered one has a shadow of its own with the source's shadow value. State 1, no
         parent, held by no list. A source of unknown type yields state 0x80000000 without value and description. */
@@ -84,6 +93,7 @@ public:
         else
             write<Value>(errors, static_cast<Value>(value));
     }
+    void setValue(KvCErrorListPool& errors, const char* value);
     /** getValueInt8 … getValueKvCVersion and setValueInt8 …: the same for one type each. */
 #define KV_ELEMENT_TYPE(code, type, suffix, name, format)              \
     type getValue##suffix(KvCErrorListPool& errors) const              \

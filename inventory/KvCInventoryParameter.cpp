@@ -51,6 +51,17 @@ KvCInventoryParameter::KvCInventoryParameter(KvNElement::Type<T>, KvCErrorListPo
 }
 
 KvCInventoryParameter::KvCInventoryParameter(KvCErrorListPool& errors, const KvCInventoryAddress& id,
+                                             const char* description, const char* value, const char* unit,
+                                             bool modifiable, KvUInt32 relevance)
+    : KvCInventoryParameter(errors, id, description, KvCString(value), unit, modifiable, relevance)
+{
+    if (!isLost(value, *valueIf<KvCString>()))
+        return;
+    setStateBit(ConstructionFailedBit);
+    KV_REPORT(errors, OutOfMemory, "KvCInventoryParameter::init");
+}
+
+KvCInventoryParameter::KvCInventoryParameter(KvCErrorListPool& errors, const KvCInventoryAddress& id,
                                              const char* description, KvUInt32 type)
     : KvCInventoryParameter(errors, id.getCategoryAt(0), description, TypeWord{type | KvNElement::CustomFlag})
 {

@@ -44,6 +44,8 @@ public:
         : KvCInventoryParameter(KvNElement::Type<KvNElement::Canonical<T>>(), errors, id, description,
                                 static_cast<const KvNElement::Canonical<T>&>(value), unit, modifiable, relevance)
     {}
+    KvCInventoryParameter(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description,
+                          const char* value, const char* unit, bool modifiable, KvUInt32 relevance);
     /** Of the type code `type`, with value zero and no unit, not modifiable, relevance 0. */
     KvCInventoryParameter(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description,
                           KvUInt32 type);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Support.h"
+#include "platform/errorhandling/KvCErrorManager.h"
 #include "tests/support/FailingAllocation.h"
 
 namespace {
@@ -302,6 +303,68 @@ TEST_F(CompositeParametersTest, CreatingWithoutMemoryReportsAndLeavesNothing)
         }
         node.removeParameter(errors, 1);
     }
+}
+
+TEST_F(CompositeParametersTest, LiteralsTakeTheTypeOfTheirStorage)
+{
+    double storage = 0;
+    ASSERT_NE(node.createParameter(errors, 1, "number", 0, 2, &storage), nullptr);
+    EXPECT_EQ(storage, 2.0);
+    ASSERT_NE(node.createParameter(errors, 2, "text", 0, "first"), nullptr);
+    EXPECT_EQ(node.setParameter(errors, 2, "second"), 0);
+    EXPECT_TRUE(node.isModified(2));
+    KvCString text;
+    EXPECT_EQ(node.getParameter(errors, 2, text), 0);
+    EXPECT_EQ(text, KvCString("second"));
+    double* slot = nullptr;
+    ASSERT_NE(node.createParameter(errors, 3, "zeros", 0, 2, nullptr, &slot), nullptr);
+    ASSERT_NE(slot, nullptr);
+    EXPECT_EQ(slot[1], 0.0);
+    EXPECT_EQ(errors.getErrorCount(), 0U);
+}
+
+TEST_F(CompositeParametersTest, ALiteralThatFindsNoMemoryIsReported)
+{
+    constexpr const char* text = "a text of more than fifteen characters";
+    node.createParameter(errors, 1, "t", 0, "short");
+    KvCParam parameter(errors, 3, nullptr, 0, "short", nullptr);
+    for (std::size_t number = 1; number <= 3; ++number) {
+        const FailingAllocation failing(number);
+        EXPECT_EQ(node.createParameter(errors, 2, "u", 0, text), nullptr);
+        EXPECT_GT(errors.getErrorCount(), 0U);
+        errors.clear();
+    }
+    {
+        const FailingAllocation failing(1);
+        EXPECT_EQ(node.setParameter(errors, 1, text), 0);
+    }
+    {
+        const FailingAllocation failing(1);
+        parameter.setValue(errors, text);
+    }
+    {
+        const FailingAllocation failing(1);
+        const KvCParam failed(errors, 3, nullptr, 0, text, nullptr);
+        EXPECT_NE(failed.getStateBit(KvCParam::ConstructionFailedBit), 0U);
+    }
+    EXPECT_EQ(codesOf(errors), Codes(3, 0x601002));
+    EXPECT_FALSE(node.isModified(1));
+    EXPECT_EQ(parameter.getValueKvCString(errors), KvCString("short"));
+    KvCErrorManager::getMasterErrorList().clear();
+}
+
+TEST_F(CompositeParametersTest, EachAccessReportsUnderItsOwnName)
+{
+    KvCComposite bare(errors, 1, 1, nullptr);
+    KvUInt32 count = 0;
+    double* data = nullptr;
+    EXPECT_EQ(bare.getParameter(errors, 9, &count, &data), -1);
+    EXPECT_EQ(bare.getParameterPointer(errors, 9, &data), -1);
+    node.createParameter(errors, 1, "n", 0, 5);
+    EXPECT_EQ(node.getParameter(errors, 1, &count, &data), 0);
+    EXPECT_EQ(codesOf(errors), (Codes{0x601801, 0x601801, 0x601001}));
+    EXPECT_EQ(originsOf(errors),
+              "KvCComposite::getParameter,KvCComposite::getParameterPointer,KvCComposite::getParameter");
 }
 
 }  // namespace

@@ -405,4 +405,23 @@ TEST(KvCArrayParamTest, MemoryThatIsOutLeavesAnEmptyArrayAndAReportPerOperation)
     master.clear();
 }
 
+TEST(KvCParamLiteralTest, LiteralsTakeTheTypeOfTheirStorage)
+{
+    KvCErrorListPool errors;
+    KvUInt32 number = 0;
+    const KvCParam numeric(errors, 1, "n", 0, 7, &number);
+    EXPECT_EQ(numeric.getType(), 0x124U);
+    EXPECT_EQ(number, 7U);
+    float fraction = 0;
+    const KvCParam real(errors, 2, "r", 0, 0.5, &fraction);
+    EXPECT_EQ(real.getType(), 0x214U);
+    EXPECT_EQ(fraction, 0.5F);
+    KvCParam text(errors, 3, "t", 0, "first", nullptr);
+    EXPECT_EQ(text.getType(), 0x2000U);
+    EXPECT_EQ(text.getValueKvCString(errors), KvCString("first"));
+    text.setValue(errors, "second");
+    EXPECT_EQ(text.getValueKvCString(errors), KvCString("second"));
+    EXPECT_EQ(errors.getErrorCount(), 0U);
+}
+
 }  // namespace

@@ -421,3 +421,13 @@ TEST(InventoryParameter, OutOfMemoryIsReportedByEachOperation)
     }
     master.clear();
 }
+
+TEST(InventoryParameterLiteral, ATextIsAString)
+{
+    KvCErrorListPool errors;
+    const KvCInventoryParameter parameter(errors, NAME, "NAME", "text", "unit", true, 3);
+    EXPECT_EQ(parameter.getType(), 0x2000u);
+    EXPECT_EQ(parameter.getValue<KvCString>(errors), KvCString("text"));
+    EXPECT_STREQ(parameter.getUnit(), "unit");
+    EXPECT_EQ(errors.getErrorCount(), 0u);
+}
