@@ -6,26 +6,43 @@
 #include "base/BigEndian.h"
 #include "base/KvCBuffer.h"
 #include "base/Report.h"
+#include "composite/KvCComposite.h"
 #include "inventory/KvCInventoryParameter.h"
 
 using namespace KvNInventoryStream;
 
 void KvCInventoryBinSerializer::handleCustomParameter(KvCErrorListPool& errors, const KvCParam* parameter)
 {
-    const auto* inventoryParameter = dynamic_cast<const KvCInventoryParameter*>(parameter);
-    if (inventoryParameter == nullptr || getBuffer() == nullptr)
+    if (getBuffer() == nullptr)
         return;
-    const char* unit = inventoryParameter->getUnit();
+    // A parameter of another class has nothing of this, but whoever reads the record expects it.
+    const auto* inventoryParameter = dynamic_cast<const KvCInventoryParameter*>(parameter);
+    const char* unit = inventoryParameter == nullptr ? "" : inventoryParameter->getUnit();
     const auto length = static_cast<KvUInt32>(std::min<std::size_t>(std::strlen(unit) & UnitLengthMask, UnitLimit));
     unsigned char data[1 + UnitLimit + 1 + RelevanceSize];
     unsigned char* end = data;
     *end++ = static_cast<unsigned char>(length);
     std::memcpy(end, unit, length);
     end += length;
-    *end++ = inventoryParameter->isModifiable() ? ModifiableByte : 0;
-    KvNBigEndian::store(end, inventoryParameter->getRelevance());
+    *end++ = inventoryParameter != nullptr && inventoryParameter->isModifiable() ? ModifiableByte : 0;
+    KvNBigEndian::store(end, inventoryParameter == nullptr ? KvUInt32{0} : inventoryParameter->getRelevance());
     end += RelevanceSize;
     getBuffer()->writeBuffer(errors, data, static_cast<KvUInt32>(end - data), 1);
+}
+
+KvCInventoryBinDeSerializer::~KvCInventoryBinDeSerializer()
+{
+    if (getRoot() != getSerializationRoot())
+        delete getRoot();
+}
+
+void KvCInventoryBinDeSerializer::CompositeStart(KvCErrorListPool& errors)
+{
+    KvCComposite* const before = getRoot();
+    KvCBinDeserializer::CompositeStart(errors);
+    // Of several trees the first is the one that is handed out.
+    if (getRoot() != before && before != getSerializationRoot())
+        delete before;
 }
 
 KvCParam* KvCInventoryBinDeSerializer::createCustomParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 type,

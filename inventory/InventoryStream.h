@@ -27,11 +27,14 @@ public:
     void handleCustomParameter(KvCErrorListPool& errors, const KvCParam* parameter) override;
 };
 
-/** Reads inventory trees: every parameter is an inventory parameter, also one whose record has no custom data. */
+/** Reads inventory trees into new ones: every parameter is an inventory parameter, also one whose record has no custom
+    data. The first tree of the stream is the caller's; what follows it is checked and destroyed. */
 class KvCInventoryBinDeSerializer : public KvCBinDeserializer
 {
 public:
     using KvCBinDeserializer::KvCBinDeserializer;
+    ~KvCInventoryBinDeSerializer() override;
+    void CompositeStart(KvCErrorListPool& errors) override;
     KvCParam* createCustomParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 type, const char* descr) override;
     /** 0x1302000 for a unit length above 100; nothing more of the record is read then. */
     void handleCustomParameter(KvCErrorListPool& errors, KvCParam* parameter) override;

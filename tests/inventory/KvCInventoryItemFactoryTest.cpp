@@ -322,3 +322,43 @@ TEST_F(InventoryItemFactory, ATypicalParameterIsReadWithOneAllocation)
     };
     EXPECT_EQ(countFor(14) - countFor(4), 10u);
 }
+
+TEST_F(InventoryItemFactory, OfSeveralTreesTheFirstIsHandedOut)
+{
+    const auto tree = [](unsigned char unit) { return Bytes{1, 0, 0, 0, 2, 0, 0, 0, unit, 1, 0, 2}; };
+    Bytes bytes;
+    for (unsigned char unit = 1; unit <= 4; ++unit) {
+        const Bytes one = tree(unit);
+        bytes.insert(bytes.end(), one.begin(), one.end());
+    }
+    fill(bytes);
+    KvCInventoryItem* root = nullptr;
+    factory.deserialize(errors, root, &buffer);
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(root->getID(), CPU[1]);
+    EXPECT_EQ(root->getNext(), nullptr);
+    EXPECT_EQ(errors.getErrorCount(), 0u);
+    delete root;
+    bytes.push_back(7);
+    fill(bytes);
+    factory.deserialize(errors, root, &buffer);
+    EXPECT_EQ(root, nullptr);
+    EXPECT_EQ(codesOf(errors), (Codes{0xa02000, 0x1302801}));
+}
+
+TEST_F(InventoryItemFactory, ACustomParameterOfAnotherClassIsWrittenSoThatItCanBeRead)
+{
+    const ItemOwner root = makeItem(ROOT);
+    root->KvCComposite::createParameter(errors, SIZE.getCategory(), "SIZE", 0x10000, KvUInt32{7});
+    addValue(*root, NAME, KvCString("n"));
+    fill(write(*root));
+    KvCInventoryItem* made = nullptr;
+    factory.deserialize(errors, made, &buffer);
+    const ItemOwner copy(made);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(errors.getErrorCount(), 0u);
+    EXPECT_EQ(copy->getValue<KvUInt32>(errors, SIZE), 7u);
+    EXPECT_STREQ(copy->getParameter(SIZE)->getUnit(), "");
+    EXPECT_FALSE(copy->getParameter(SIZE)->isModifiable());
+    EXPECT_EQ(copy->getValue<KvCString>(errors, NAME), KvCString("n"));
+}
