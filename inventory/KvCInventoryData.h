@@ -1,5 +1,6 @@
 #pragma once
 
+#include <climits>
 #include <cstdio>
 
 #include "platform/KvExport.h"
@@ -33,6 +34,17 @@ public:
         trailer at the end of the block; 0 where there is none. 0x130000c when it exceeds the block. */
     static void getInventorySectionSizeFromMem(KvCErrorListPool& errors, const char* data, unsigned long size,
                                                KvUInt32& sizeByHeader, KvUInt32& sizeByTrailer);
+#if ULONG_MAX != 0xFFFFFFFFUL
+    static void getInventorySectionSizeFromMem(KvCErrorListPool& errors, const char* data, unsigned long size,
+                                               unsigned long& sizeByHeader, unsigned long& sizeByTrailer)
+    {
+        KvUInt32 byHeader;
+        KvUInt32 byTrailer;
+        getInventorySectionSizeFromMem(errors, data, size, byHeader, byTrailer);
+        sizeByHeader = byHeader;
+        sizeByTrailer = byTrailer;
+    }
+#endif
 
 private:
     struct Block;

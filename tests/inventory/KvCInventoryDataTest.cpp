@@ -184,6 +184,13 @@ TEST_F(InventoryData, ASectionAnnouncesItsSizeAtBothEnds)
     KvUInt32 trailer = 2;
     KvCInventoryData::getInventorySectionSizeFromMem(errors, nullptr, 100, header, trailer);
     EXPECT_EQ(header + trailer, 0u);
+    unsigned long headerSize = 1;
+    unsigned long trailerSize = 2;
+    KvCInventoryData::getInventorySectionSizeFromMem(errors, reinterpret_cast<const char*>(goldenSection.data()),
+                                                     static_cast<unsigned long>(goldenSection.size()), headerSize,
+                                                     trailerSize);
+    EXPECT_EQ(headerSize, 95u);
+    EXPECT_EQ(trailerSize, 95u);
 }
 
 TEST_F(InventoryData, ASectionIsFoundFromEitherEnd)
