@@ -168,16 +168,18 @@ void KvCInventoryItem::mergeParameters(KvCErrorListPool& errors, const KvCInvent
 void KvCInventoryItem::mergeTree(KvCErrorListPool& errors, KvCInventoryItem*& target, KvCInventoryItem*& source,
                                  KvUInt32 mode)
 {
+    // Both may be one and the same pointer.
+    KvCInventoryItem* const into = target;
     KvCInventoryItem* const consumed = source;
     source = nullptr;
-    if (target == nullptr)
+    if (into == nullptr)
         target = consumed;
-    else if (consumed == nullptr || target == consumed)
+    else if (consumed == nullptr || into == consumed)
         return;
-    else if (isInside(target, consumed))
+    else if (isInside(into, consumed))
         KV_REPORT(errors, ItemAttachFailed, merging);
     else
-        mergeSource(errors, target, consumed, mode);
+        mergeSource(errors, into, consumed, mode);
 }
 
 /** Merges `source`, which does not contain `target`, and destroys it. */

@@ -111,6 +111,14 @@ TEST_F(ItemMerge, ANullTargetTakesTheSourceAsItIs)
     other.reset(none);
 }
 
+TEST_F(ItemMerge, ASourcePointerIsNullAlsoWhenItIsTheTargetPointer)
+{
+    KvCInventoryItem* both = target.get();
+    KvCInventoryItem::mergeTree(errors, both, both, 0);
+    EXPECT_EQ(both, nullptr);
+    EXPECT_EQ(errors.getErrorCount(), 0u);
+}
+
 TEST_F(ItemMerge, ATreeMergedWithItselfOrWithNothingStays)
 {
     addValue(*target, CPU / SIZE, 1);
