@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "base/Report.h"
+#include "inventory/ids/LoadTime.h"
 #include "manager/DeviceParameter.h"
 #include "manager/KvCInventoryManager.h"
 #include "manager/PrivateErrorList.h"
@@ -17,24 +18,27 @@ using KvNInventoryManager::readNumber;
 
 namespace {
 
-/** Guards the registry of clients. Made when the library is loaded and kept until the process ends, since threads may
-    still be at work while it does. */
-struct ClientMutex
-{
-    ClientMutex() { KvNRtosAbstraction::initMutex(&mutex, nullptr); }
-    KvNRtosAbstraction::Mutex* mutex = nullptr;
-};
+/** Guards the registry of clients. Made by the last step of loading the library and kept until the process ends, since
+    threads may still be at work while it does. */
+constinit KvNRtosAbstraction::Mutex* clientMutex = nullptr;
 
-ClientMutex clientMutex;
+struct LoadTimeStep
+{
+    LoadTimeStep()
+    {
+        KvNLoadTime::setLastStep([] { KvNRtosAbstraction::initMutex(&clientMutex, nullptr); });
+    }
+};
+const LoadTimeStep loadTimeStep;
 
 class ClientLock
 {
 public:
-    ClientLock() : m_locked(KvNRtosAbstraction::lockMutex(clientMutex.mutex, -1)) {}
+    ClientLock() : m_locked(KvNRtosAbstraction::lockMutex(clientMutex, -1)) {}
     ~ClientLock()
     {
         if (m_locked)
-            KvNRtosAbstraction::unlockMutex(clientMutex.mutex);
+            KvNRtosAbstraction::unlockMutex(clientMutex);
     }
     ClientLock(const ClientLock&) = delete;
     ClientLock& operator=(const ClientLock&) = delete;
