@@ -146,6 +146,10 @@ TEST(InventorySize, AMillionParametersInOneItem)
         root->addParameter(errors, THIS_NODE, parameter);
     }
     EXPECT_EQ(root->getValue<KvUInt32>(errors, KvCInventoryAddress(654'321)), 654'321u);
+    KvUInt32 seen = 0;
+    while (const KvCInventoryParameter* parameter = root->getParameterByOrdinalNumber(seen))
+        ASSERT_EQ(parameter->getId(), seen++);
+    EXPECT_EQ(seen, many);
     const ItemOwner back = throughStream(*root);
     EXPECT_EQ(back->getValue<KvUInt32>(errors, KvCInventoryAddress(654'321)), 654'321u);
     KvCInventoryItem* into = root.get();
