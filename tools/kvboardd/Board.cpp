@@ -201,6 +201,12 @@ bool Board::find(KvCErrorListPool& errors, const KvCInventoryAddress& address, P
     return true;
 }
 
+bool Board::contains(KvCErrorListPool& errors, const KvCInventoryAddress& address) const
+{
+    Place place;
+    return find(errors, address, place, "Board::contains");
+}
+
 bool Board::read(KvCErrorListPool& errors, const KvCInventoryAddress& address, KvCBuffer& out) const
 {
     Place place;

@@ -75,6 +75,9 @@ public:
     /** The tree as a stream; null when it failed. Valid until the board changes or is asked for a parameter. */
     const KvCBuffer* scan(KvCErrorListPool& errors);
 
+    /** Whether there is an item or a parameter at `address`; reports when not. */
+    bool contains(KvCErrorListPool& errors, const KvCInventoryAddress& address) const;
+
     /** One parameter with its current value as a stream, into `out`. */
     bool read(KvCErrorListPool& errors, const KvCInventoryAddress& address, KvCBuffer& out) const;
 

@@ -34,6 +34,12 @@ bool takeAddress(KvCErrorListPool& errors, const KvimAddress& record, KvCInvento
     return false;
 }
 
+/** Whether there is such a right. */
+bool isRight(u_int right)
+{
+    return right == KVIM_WRITE_PARAMETERS || right == KVIM_UPDATE_BOARD || right == KVIM_DELETE_FILES;
+}
+
 /** A result that is a status and an error list. */
 Answer result(u_int status, const KvCErrorListPool& errors)
 {
@@ -80,6 +86,8 @@ Answer InventoryService::call(const Call& call)
             return getLocalAddress(call);
         case KVIM_APPLY:
             return apply(call);
+        case KVIM_CHECK_AUTHORITY:
+            return checkAuthority(call);
         case KVIM_REGISTER_PARENT:
             return registerParent(call);
         default:
@@ -169,10 +177,34 @@ Answer InventoryService::apply(const Call& call)
     const bool good = takeAddress(errors, arguments->address, address, "InventoryService::apply") &&
                       m_board.apply(errors, arguments->accessId, address, applied);
     if (applied != 0)
-        log("board " + std::to_string(m_board.serialNumber()) + ": " + std::to_string(applied) + " values applied at " +
+        log("board " + std::to_string(m_board.serialNumber()) + ": " + valueCount(applied) + " applied at " +
             shownAddress(address) + " by " + addressText(call.peer));
     Answer answer = result(good ? done : refused, errors);
     answer.accessId = arguments->accessId;
+    return answer;
+}
+
+Answer InventoryService::checkAuthority(const Call& call)
+{
+    Record<KvimCheckAuthorityArguments, xdr_KvimCheckAuthorityArguments> arguments;
+    if (!arguments.decode(call.arguments))
+        return Answer::of(Answer::Kind::GarbageArguments);
+    KvCErrorListPool errors;
+    KvCInventoryAddress address;
+    const bool good = takeAddress(errors, arguments->address, address, "InventoryService::checkAuthority") &&
+                      m_board.contains(errors, address);
+    bool isHolder = false;
+    Answer refusal;
+    if (good) {
+        KvCErrorListPool reasons;  // not transmitted: that the caller is not entitled is the answer, not an error
+        isHolder = mayModify(reasons, call, arguments->accessId, refusal);
+    }
+    ErrorBlock block(errors, KVIM_MAX_ERRORS);
+    KvimCheckAuthorityResult record{
+        good ? done : refused, isHolder && isRight(arguments->right), {block.size(), block.data()}};
+    Answer answer = encoded(xdr_KvimCheckAuthorityResult, record, fieldRoom + roomFor(block.size()));
+    answer.slow = refusal.slow;
+    answer.accessId = isHolder ? arguments->accessId : 0;
     return answer;
 }
 

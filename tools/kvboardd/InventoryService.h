@@ -8,8 +8,9 @@
 namespace KvNBoardService {
 
 /**
- * The inventory manager service of one board (inventory_manager.x): its tree, its parameters, and writing and applying
- * values, for which the caller needs a lock of level 2. What it has not is answered as unavailable.
+ * The inventory manager service of one board (inventory_manager.x): its tree, its parameters, writing and applying
+ * values, for which the caller needs a lock of level 2, and whether a caller may do so. What it has not is answered as
+ * unavailable.
  */
 class InventoryService
 {
@@ -32,6 +33,7 @@ private:
     Answer writeParameterValue(const Call& call);
     Answer getLocalAddress(const Call& call) const;
     Answer apply(const Call& call);
+    Answer checkAuthority(const Call& call);
     Answer registerParent(const Call& call);
     bool mayModify(KvCErrorListPool& errors, const Call& call, KvUInt32 accessId, Answer& refusal);
 

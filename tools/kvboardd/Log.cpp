@@ -59,6 +59,11 @@ std::string shown(std::string_view text, std::size_t maximum)
     return result;
 }
 
+std::string valueCount(std::size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " value" : " values");
+}
+
 std::string addressText(KvUInt32 address)
 {
     std::string result;

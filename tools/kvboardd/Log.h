@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,9 @@ void log(std::string_view line) noexcept;
 
 /** A text from outside as it may be shown: escaped, and at most `maximum` bytes of it. */
 std::string shown(std::string_view text, std::size_t maximum = 255);
+
+/** "1 value", "2 values". */
+std::string valueCount(std::size_t count);
 
 /** An IPv4 address, a host-order number, in dotted form. */
 std::string addressText(KvUInt32 address);

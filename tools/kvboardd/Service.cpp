@@ -65,7 +65,7 @@ void endModify(Board& board, KvUInt32 accessId, LockTable::End why) noexcept
     try {
         std::string line = "board " + std::to_string(board.serialNumber()) + ": lock of level 2 " + textOf(why);
         if (dropped != 0)
-            line += ", " + std::to_string(dropped) + " values dropped that were not applied";
+            line += ", " + valueCount(dropped) + " dropped that " + (dropped == 1 ? "was" : "were") + " not applied";
         log(line);
     } catch (const std::bad_alloc&) {
         log("a lock of level 2 has ended");

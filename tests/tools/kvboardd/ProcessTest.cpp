@@ -389,6 +389,38 @@ TEST_F(ProcessTest, ALockBelongsToTheHostThatTookIt)
     EXPECT_NE(lock(elsewhere, 2), 0u) << "each board has locks of its own";
 }
 
+TEST_F(ProcessTest, RightsAreThoseOfWhoHoldsTheBoard)
+{
+    start();
+    RawConnection connection(host + 1, port(1));
+    const auto ask = [&](const char* where, KvUInt32 id) {
+        return connection.call(inventory, 1, 11, address(where) + words({id, 0x10003}));
+    };
+    EXPECT_EQ(ask("HCN[4711]", 77).body, words({0, 0, 0}));
+    const KvUInt32 id = lock(connection, 2);
+    ASSERT_NE(id, 0u);
+    EXPECT_EQ(ask("HCN[4711]", id).body, words({0, 1, 0}));
+    EXPECT_EQ(status(ask("HCN[4712]", id)), 1u) << "that is the next board";
+    EXPECT_EQ(status(connection.call(access, 1, 4, words({id}))), 0u);
+    EXPECT_EQ(ask("HCN[4711]", id).body, words({0, 0, 0}));
+}
+
+TEST_F(ProcessTest, TheLogCountsTheValuesThatAreApplied)
+{
+    start();
+    RawConnection connection(host + 1, port(1));
+    const KvUInt32 id = lock(connection, 2);
+    ASSERT_EQ(write(connection, id, 42), 0u);
+    ASSERT_EQ(apply(connection, id), 0u);
+    ASSERT_EQ(write(connection, id, 43), 0u);
+    const Bytes second = address("HCN[4711]/TEST/TEST_I8") + words({id, 0x111}) + counted("x");
+    ASSERT_EQ(status(connection.call(inventory, 1, 3, second)), 0u);
+    ASSERT_EQ(apply(connection, id), 0u);
+    const std::string log = m_process.log();
+    EXPECT_NE(log.find("board 4711: 1 value applied at HCN[4711] by 127.0.0.1\n"), std::string::npos) << log;
+    EXPECT_NE(log.find("board 4711: 2 values applied at HCN[4711] by 127.0.0.1\n"), std::string::npos) << log;
+}
+
 TEST_F(ProcessTest, ALockWhoseHolderIsGoneEndsWithItsLease)
 {
     start({"--lease-seconds", "3"});
@@ -408,8 +440,7 @@ TEST_F(ProcessTest, ALockWhoseHolderIsGoneEndsWithItsLease)
     ASSERT_NE(id, 0u);
     EXPECT_EQ(apply(next, id), 0u);
     EXPECT_EQ(value(next), 8) << "what the other wrote is dropped";
-    EXPECT_NE(m_process.log().find("lock of level 2 not kept, 1 values dropped that were not applied"),
-              std::string::npos)
+    EXPECT_NE(m_process.log().find("lock of level 2 not kept, 1 value dropped that was not applied"), std::string::npos)
         << m_process.log();
 }
 

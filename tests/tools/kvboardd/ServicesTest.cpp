@@ -73,6 +73,18 @@ protected:
     {
         return take(inventory(6, address("HCN[4711]") + words({accessId}), peer));
     }
+    /** Whether an access id has a right: the answer's boolean; its status is in m_status. */
+    KvUInt32 isAllowed(KvUInt32 accessId, KvUInt32 right, const Bytes& where, KvUInt32 peer = here)
+    {
+        const Answer answer = inventory(11, where + words({accessId, right}), peer);
+        EXPECT_EQ(answer.kind, Answer::Kind::Success);
+        m_slow = answer.slow;
+        WireReader reader(answer.results);
+        m_status = reader.word();
+        const KvUInt32 allowed = reader.word();
+        takeErrors(reader);
+        return allowed;
+    }
     /** Reads a result that is a status and an error list; the codes are in m_codes. */
     KvUInt32 take(const Answer& answer)
     {
@@ -110,6 +122,7 @@ protected:
     DeviceAccessService m_access{*m_board, m_locks, [this] { return m_now; }, {0x0102030405060708u, 65536}};
     KvCErrorListPool m_errors;
     Codes m_codes;
+    KvUInt32 m_status = 0;
     bool m_slow = false;
 };
 
@@ -126,7 +139,7 @@ TEST_F(ServicesTest, TheNullProceduresAnswerNothing)
 TEST_F(ServicesTest, ProceduresThatTheBoardHasNotAreUnavailable)
 {
     for (KvUInt32 procedure = 0; procedure < 1024; ++procedure) {
-        const bool isInventory = procedure <= 4 || procedure == 6 || procedure == 16;
+        const bool isInventory = procedure <= 4 || procedure == 6 || procedure == 11 || procedure == 16;
         EXPECT_EQ(inventory(procedure).kind == Answer::Kind::ProcedureUnavailable, !isInventory) << procedure;
         const bool isAccess = procedure <= 4 || procedure == 10;
         EXPECT_EQ(access(procedure).kind == Answer::Kind::ProcedureUnavailable, !isAccess) << procedure;
@@ -382,6 +395,62 @@ TEST_F(ServicesTest, ApplyingAtAnUnknownAddressIsRefused)
     EXPECT_EQ(m_codes, Codes{0x300802});
 }
 
+TEST_F(ServicesTest, WhoHoldsTheBoardHasAllRights)
+{
+    const KvUInt32 id = lock(2);
+    EXPECT_EQ(inventory(11, address("HCN[4711]") + words({id, 0x10001})).results, words({0, 1, 0}));
+    EXPECT_EQ(inventory(11, address("HCN[4711]") + words({id, 0x10001})).accessId, id);
+    for (const char* where : {"HCN[4711]", "HCN[4711]/CPU", "HCN[4711]/TEST/TEST_UI8"})
+        for (const KvUInt32 right : {0x10001u, 0x10002u, 0x10003u})
+            EXPECT_EQ(isAllowed(id, right, address(where)), 1u) << where << " " << right;
+}
+
+TEST_F(ServicesTest, WhoIsNotEntitledIsToldSoWithoutAnError)
+{
+    const auto isDenied = [this](KvUInt32 accessId, KvUInt32 right, KvUInt32 peer) {
+        return isAllowed(accessId, right, address("HCN[4711]"), peer) == 0 && m_status == 0 && m_codes.empty();
+    };
+    const KvUInt32 holder = lock(2);
+    for (const KvUInt32 right : {0u, 1u, 0x10000u, 0x10004u, 0x20001u, 0xFFFFFFFFu})
+        EXPECT_TRUE(isDenied(holder, right, here)) << right << " is no right";
+    EXPECT_TRUE(isDenied(holder, 0x10001, there)) << "another host's";
+    EXPECT_TRUE(isDenied(0, 0x10001, here));
+    EXPECT_TRUE(isDenied(holder + 1, 0x10001, here));
+    m_now += 20s;
+    EXPECT_TRUE(isDenied(holder, 0x10001, here)) << "the lease has ended";
+    const KvUInt32 observer = lock(1);
+    for (const KvUInt32 right : {0x10001u, 0x10002u, 0x10003u})
+        EXPECT_TRUE(isDenied(observer, right, here)) << right;
+}
+
+TEST_F(ServicesTest, RightsAtAddressesThatAreNotTheBoardsAreRefused)
+{
+    const KvUInt32 id = lock(2);
+    const struct
+    {
+        Bytes where;
+        KvUInt32 code;
+    } rows[] = {{address("HCN[4712]"), 0x300802},
+                {words({0, 0}), 0x300802},
+                {address("HCN[4711]/CPU[99]"), 0x300801},
+                {words({2, 2, hcn, 4711}), 0x300800}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(isAllowed(id, 0x10001, row.where), 0u);
+        EXPECT_EQ(m_status, 1u);
+        EXPECT_EQ(m_codes, Codes{row.code});
+    }
+}
+
+TEST_F(ServicesTest, AskingForRightsIsNoWayToGuessAccessIds)
+{
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(isAllowed(1, 0x10001, address("HCN[4711]")), 0u);
+        EXPECT_FALSE(m_slow);
+    }
+    EXPECT_EQ(isAllowed(1, 0x10001, address("HCN[4711]")), 0u);
+    EXPECT_TRUE(m_slow);
+}
+
 TEST_F(ServicesTest, ARegisteredParentIsRemembered)
 {
     EXPECT_EQ(take(inventory(16, words({4700}))), 0u);
@@ -406,10 +475,15 @@ TEST_F(ServicesTest, EveryCutOrLengthenedArgumentIsGarbage)
         bool inventory;
         KvUInt32 procedure;
         Bytes arguments;
-    } calls[] = {{true, 1, words({0})},    {true, 2, address("HCN[4711]/TEST/TEST_UI8")},
-                 {true, 3, value},         {true, 6, address("HCN[4711]") + words({100})},
-                 {true, 16, words({1})},   {false, 2, words({2, 0, 0, 1}) + counted("someone")},
-                 {false, 3, words({100})}, {false, 4, words({100})}};
+    } calls[] = {{true, 1, words({0})},
+                 {true, 2, address("HCN[4711]/TEST/TEST_UI8")},
+                 {true, 3, value},
+                 {true, 6, address("HCN[4711]") + words({100})},
+                 {true, 11, address("HCN[4711]") + words({100, 0x10001})},
+                 {true, 16, words({1})},
+                 {false, 2, words({2, 0, 0, 1}) + counted("someone")},
+                 {false, 3, words({100})},
+                 {false, 4, words({100})}};
     for (const auto& row : calls) {
         const auto kind = [&](const Bytes& arguments) {
             return (row.inventory ? inventory(row.procedure, arguments) : access(row.procedure, arguments)).kind;
