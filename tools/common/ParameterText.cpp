@@ -12,13 +12,36 @@ namespace KvNParameterText {
 
 namespace {
 
+/** Sizes of numbers that people read without an exponent: from the first, below the second. */
+constexpr double smallestPlain = 1e-5;
+constexpr double largestPlain = 1e16;
+
+template <class T>
+void appendFloat(std::string& out, T value)
+{
+    std::string text;
+    KvNJson::appendFloat(text, value);
+    if (!std::isfinite(value)) {
+        out.append(text, 1, text.size() - 2);
+        return;
+    }
+    // Through the text, so that a float of 32 bits has no digits but those that tell it from its neighbours.
+    double plain = 0;
+    std::from_chars(text.data(), text.data() + text.size(), plain);
+    if (std::fabs(plain) < smallestPlain || std::fabs(plain) >= largestPlain) {
+        out += text;
+        return;
+    }
+    char digits[40];
+    const auto end = std::to_chars(digits, digits + sizeof digits, plain, std::chars_format::fixed).ptr;
+    out.append(digits, end);
+}
+
 template <class T>
 void appendElement(std::string& out, T value)
 {
     if constexpr (std::is_floating_point_v<T>) {
-        std::string text;
-        KvNJson::appendFloat(text, value);
-        out += text.front() == '"' ? std::string_view(text).substr(1, text.size() - 2) : std::string_view(text);
+        appendFloat(out, value);
     } else if constexpr (std::is_same_v<T, char>) {
         out += std::to_string(static_cast<signed char>(value));
     } else {

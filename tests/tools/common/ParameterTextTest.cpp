@@ -64,6 +64,23 @@ TEST(ParameterValues, FloatsKeepTheirBits)
         EXPECT_EQ(through(0x214, text), "!Float32 takes a number, NaN, Infinity or -Infinity") << text;
 }
 
+TEST(ParameterValues, FloatsThatPeopleReadHaveNoExponent)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"2e9", "2000000000"},   {"-2.5e6", "-2500000"},       {"1e-5", "0.00001"},
+        {"1e-4", "0.0001"},      {"-0.00012", "-0.00012"},     {"9.9e-6", "9.9e-06"},
+        {"1e16", "1e+16"},       {"9e15", "9000000000000000"}, {"0", "0"},
+        {"123456.5", "123456.5"}};
+    for (const auto& [text, shown] : rows) {
+        EXPECT_EQ(through(0x218, text), shown);
+        EXPECT_EQ(through(0x214, text), shown);
+    }
+    EXPECT_EQ(through(0x218, "9999999999999998"), "9999999999999998");
+    EXPECT_EQ(through(0x218, "1.2345678901234568e-5"), "0.000012345678901234568");
+    EXPECT_EQ(through(0x214, "1e11"), "100000000000") << "its exact value is 99999997952";
+    EXPECT_EQ(through(0x214, "3.4028235e38"), "3.4028235e+38");
+}
+
 TEST(ParameterValues, TextsAndVersionsAreTakenAsTheyAre)
 {
     EXPECT_EQ(through(0x2000, ""), "");

@@ -24,7 +24,8 @@ protected:
     }
 
     /** Boards 4711 and 4712 at 127.0.70.1 and 127.0.70.2, or what `boards` says. */
-    static std::unique_ptr<Running> startService(std::string boards, const std::string& port = portMapperPort)
+    static std::unique_ptr<Running> startService(std::string boards, const std::string& port = portMapperPort,
+                                                 const std::vector<std::string>& more = {})
     {
         if (boards.empty())
             boards =
@@ -41,8 +42,9 @@ protected:
             descriptor >= 0 && write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
         if (descriptor >= 0)
             close(descriptor);
-        auto service = std::make_unique<Running>(KVBOARDD_PROGRAM,
-                                                 std::vector<std::string>{"--boards", pattern, "--portmap", port});
+        std::vector<std::string> arguments = {"--boards", pattern, "--portmap", port};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        auto service = std::make_unique<Running>(KVBOARDD_PROGRAM, arguments);
         const bool ready = written && service->waitFor("ready: ");
         std::filesystem::remove(pattern);
         return ready ? std::move(service) : nullptr;
@@ -122,11 +124,11 @@ TEST_F(Remote, ScanDeliversTheTreeOfAllBoards)
 TEST_F(Remote, GetReadsOneParameter)
 {
     EXPECT_EQ(valueOf("HCN[4711]/NAME"), "IO-1\n");
-    EXPECT_EQ(valueOf("ROOT/HCN[4711]/CPU/FREQUENCY"), "2e+09\n");
+    EXPECT_EQ(valueOf("ROOT/HCN[4711]/CPU/FREQUENCY"), "2000000000\n");
     EXPECT_EQ(valueOf("HCN[4711]/FIRMWARE/VERSION"), "3.1.2b4p7\n");
     Circumstances terminal = with();
     terminal.onTerminal = true;
-    EXPECT_EQ(run({"get", "HCN[4711]/CPU/FREQUENCY"}, terminal).out, "2e+09 Hz\r\n");
+    EXPECT_EQ(run({"get", "HCN[4711]/CPU/FREQUENCY"}, terminal).out, "2000000000 Hz\r\n");
     EXPECT_EQ(
         run({"get", "--json", "HCN[4711]/CPU/FREQUENCY"}).out,
         "{\"id\": \"FREQUENCY\", \"description\": \"FREQUENCY\", \"type\": \"Float64\", \"value\": 2e+09, \"unit\": "
@@ -309,6 +311,26 @@ TEST_F(Remote, ALostLockDoesNotGoUnnoticed)
     const Ended ended = running.wait();
     EXPECT_EQ(ended.status, 1);
     EXPECT_NE(ended.err.find("kvinv: error 0x1600821: "), std::string::npos) << ended.err;
+}
+
+TEST_F(Remote, ABoardThatFailsWhileItIsReadLeavesTheOthersDelivered)
+{
+    // It says who it is, but has no memory for the answer that its tree takes.
+    const std::unique_ptr<Running> failing = startService(
+        "{\"serialNumber\": 4710, \"boardType\": 6003, \"boardName\": \"full\", \"systemName\": \"S\", \"address\": "
+        "\"127.0.70.5\", \"tree\": {\"id\": \"HCN\", \"index\": 4710, \"parameters\": [{\"id\": \"NAME\", \"type\": "
+        "\"String\", \"value\": \"" +
+            std::string(200000, 'x') + "\"}]}}",
+        portMapperPort, {"--max-memory", "65536"});
+    ASSERT_NE(failing, nullptr);
+    const std::string selection = "127.0.70.5,127.0.70.1,127.0.70.2";
+    EXPECT_EQ(kvinv({"discover", "--ip", selection}, with()).status, 0);
+    const Ended ended = kvinv({"scan", "--ip", selection, "-o", path("x.inv")}, with());
+    EXPECT_EQ(ended.status, 3);
+    EXPECT_NE(ended.err.find("could not be read\n"), std::string::npos) << ended.err;
+    EXPECT_EQ(kvinv({"diff", path("x.inv"), "ip:127.0.70.1,127.0.70.2"}, with()).status, 0) << "the others are whole";
+    const Ended none = kvinv({"scan", "--ip", "127.0.70.5", "-o", path("y.inv")}, with());
+    EXPECT_NE(none.status, 0);
 }
 
 TEST_F(Remote, TextsOfBoardsDoNotSteerTheTerminal)
