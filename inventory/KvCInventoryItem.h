@@ -50,7 +50,8 @@ inline constexpr KvUInt32 MergeParameters = 0x1;
 class KV_EXPORT KvCInventoryItem : public KvCComposite
 {
 public:
-    /** @param id           one element; else 0x1300800 is reported and the object exists all the same
+    /** @param errors       where failures are reported
+        @param id           one element; else 0x1300800 is reported and the object exists all the same
         @param description  copied, unless it is the registered name of the ID; null is the empty text */
     KvCInventoryItem(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description);
     ~KvCInventoryItem() override;

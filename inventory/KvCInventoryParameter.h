@@ -33,8 +33,10 @@ public:
         result of a check counts: false rejects the designated value. */
     using Hook = bool (*)(KvCErrorListPool&, KvCInventoryItem*, KvCInventoryParameter*);
 
-    /** @param id           one element; else 0x1301000 is reported and the object exists all the same
+    /** @param errors       where failures are reported
+        @param id           one element; else 0x1301000 is reported and the object exists all the same
         @param description  copied; may be null
+        @param value        the current value; its type is the parameter's for good
         @param unit         copied; null is the empty text
         @param modifiable   whether a client may change the value
         @param relevance    a number for the owner's use */
