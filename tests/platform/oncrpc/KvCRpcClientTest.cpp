@@ -1,4 +1,4 @@
-#include <dirent.h>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -419,33 +418,51 @@ TEST(KvCRpcClient, ArgumentsThatCannotBeEncodedAreReported)
                       "Internal error. The arguments of procedure 4 of 127.0.0.1 cannot be encoded.");
 }
 
-/** Descriptors in use. */
-rlim_t openDescriptors()
+/** Leaves the process exactly so many free descriptors while it lives. */
+class FewDescriptors
 {
-    DIR* folder = ::opendir("/proc/self/fd");
-    rlim_t highest = 0;
-    while (const dirent* entry = ::readdir(folder))
-        highest = std::max(highest, static_cast<rlim_t>(std::strtoul(entry->d_name, nullptr, 10)));
-    ::closedir(folder);
-    return highest + 1;
-}
+public:
+    explicit FewDescriptors(std::size_t free)
+    {
+        ::getrlimit(RLIMIT_NOFILE, &m_before);
+        rlimit few = m_before;
+        few.rlim_cur = 1024;
+        ::setrlimit(RLIMIT_NOFILE, &few);
+        for (int taken = ::open("/dev/null", O_RDONLY); taken >= 0; taken = ::open("/dev/null", O_RDONLY))
+            m_taken.push_back(taken);
+        for (; free > 0; --free) {
+            ::close(m_taken.back());
+            m_taken.pop_back();
+        }
+    }
+    ~FewDescriptors()
+    {
+        for (const int taken : m_taken)
+            ::close(taken);
+        ::setrlimit(RLIMIT_NOFILE, &m_before);
+    }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+private:
+    rlimit m_before{};
+    std::vector<int> m_taken;
+};
 
 TEST(KvCRpcClient, WithoutDescriptorsACallFailsWithAReasonOfItsOwn)
 {
     ScriptedBoard board(echoAll);
-    rlimit before{};
-    ::getrlimit(RLIMIT_NOFILE, &before);
     bool reached = false;
-    for (rlim_t more = 0; !reached; ++more) {
-        ASSERT_LT(more, 10u);
-        rlimit few = before;
-        few.rlim_cur = openDescriptors() + more;
+    for (std::size_t free = 0; !reached; ++free) {
+        ASSERT_LT(free, 10u);
         TestClient client(board.port());
         client.set(KvCRpcClient::CallTimeout, 1000000);
-        ::setrlimit(RLIMIT_NOFILE, &few);
-        const long status = client.client.connect(client.errors);
-        ::setrlimit(RLIMIT_NOFILE, &before);
+        const long status = [&] {
+            const FewDescriptors few(free);
+            return client.client.connect(client.errors);
+        }();
         reached = status == KvCRpcClient::Success;
+        EXPECT_TRUE(free > 0 || !reached);
         if (!reached) {
             EXPECT_EQ(status, KvCRpcClient::OutOfMemory) << client.errors.getErrorText(0);
             EXPECT_EQ(client.errors.getErrorCode(0), static_cast<KvUInt32>(KvNMessage::RpcOutOfMemory));
