@@ -57,15 +57,24 @@ struct KvSBoardScan
 
 using KvTBoardScans = std::vector<KvSBoardScan, KvNAllocation::Allocator<KvSBoardScan>>;
 
+/** The name on the board of a file that was transferred there; its path is `directory`, "/" and `fileName`, or
+    `fileName` alone when `directory` is empty. Both come from the board: they are printed escaped, and never used as
+    names on this host. */
+struct KvSRemoteFileHandle
+{
+    KvCString directory;
+    KvCString fileName;
+};
+
 class BoardCall;
 
 }  // namespace KvNInventoryManager
 
 /**
- * The facade for inventory work on boards: finds them, scans, reads, writes, applies and locks. One object without
- * state, usable from several threads at once; each error list, tree and root handle belongs to one thread at a time.
- * Operations return 0 when they succeeded and -1 otherwise, and report into the error list passed first; a null root
- * handle is 0x1600802. Operations on one board take the board's address first: HCN or CN with the serial number as
+ * The facade for inventory work on boards: finds them, scans, reads, writes, applies, locks and updates. One object
+ * without state, usable from several threads at once; each error list, tree and root handle belongs to one thread at a
+ * time. Operations return 0 when they succeeded and -1 otherwise, and report into the error list passed first; a null
+ * root handle is 0x1600802. Operations on one board take the board's address first: HCN or CN with the serial number as
  * index. Their common codes: 0x1600807 (the address begins with something else), 0x1600001 and 0x1600809 (no such
  * board), then 0x1600805; 0x1600822 (a lock handle without access id); 0x1600803 (cannot connect), 0x1600804 (the call
  * failed); 0x160081A (out of memory).
@@ -158,6 +167,80 @@ public:
     /** Gives a lock back; the handle is gone afterwards. 0x1600821, also for null. */
     long unlock(KvCErrorListPool& errors, void* lockHandle) const;
 
+    /** @name Firmware updates and files on boards
+        The order of an update: lock() with level 2, transferFile(), update() or update2(), updateStatus() or
+        updateStatus2() until it is over, updateErrors() or updateErrors2(), updateFinish(), deleteRemoteFile(),
+        unlock(). Nothing here waits for a board beyond one call's time-out; the caller decides how often to ask. Each
+        fails also when the board sends an error entry with its answer, and leaves its output arguments as they were
+        whenever it fails. Lock handles stay the caller's. 0x601002: out of memory for a name or an address. @{ */
+
+    /** Starts an update from a file on the board.
+        @param lockHandle of lock()
+        @param file as transferFile() gave it; its path is cut to 303 characters
+        @param type what the update replaces
+        @param size of the file in bytes
+        Codes 0x1600822, 0x160080F (the board refused; its own entries, which say why, come before). */
+    long update(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                void* lockHandle, const KvNInventoryManager::KvSRemoteFileHandle& file,
+                KvNInventoryManager::FirmwareType type, KvUInt64 size) const;
+
+    /** As update(), for a `kind` of update that the board knows by number; the path is cut to 511 characters. */
+    long update2(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                 void* lockHandle, KvUInt32 kind, const KvNInventoryManager::KvSRemoteFileHandle& file,
+                 KvUInt64 size) const;
+
+    /** How far the board's update is.
+        @param[out] state the board's states "done" and "failed" are both Finished; the errors tell which
+        @param[out] type what is being updated; Invalid when the board names nothing known
+        @param[out] value1 percent of the whole, as the board says it: it may be any number
+        @param[out] value2 the step, as the board says it
+        Code 0x1600810. */
+    long updateStatus(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                      KvNInventoryManager::EUpdateStatus& state, KvNInventoryManager::FirmwareType& type,
+                      KvUInt32& value1, KvUInt32& value2) const;
+
+    /** The board's four words about an update, passed on as they are.
+        @param[in,out] value1 says what is asked, and becomes the first word
+        @param[out] value2,value3,value4 the other words
+        Code 0x1600810. */
+    long updateStatus2(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                       KvUInt32& value1, KvUInt32& value2, KvUInt32& value3, KvUInt32& value4) const;
+
+    /** Appends the errors of the board's update to `errors`, and so fails when there are any. Code 0x1600811 (they
+        could not be had), 0x1600822. */
+    long updateErrors(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                      void* lockHandle) const;
+
+    /** Appends the errors of the board's update at `index` to `updateErrorList`; succeeds when they could be had,
+        however many they are. What fails otherwise is in `errors`. Codes as updateErrors(). */
+    long updateErrors2(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                       void* lockHandle, KvUInt32 index, KvCErrorListPool& updateErrorList) const;
+
+    /** Closes an update that is over: the board is idle again and forgets its errors. Codes 0x1600822, 0x1600826. */
+    long updateFinish(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                      void* lockHandle) const;
+
+    /** Puts a local file on the board, under a name that the board chooses.
+        @param localPath where the file is on this host
+        @param progress called on this thread while the file is sent, with thousandths of the file (0 to 1000) and
+               `context`; must not throw; may be null
+        @param context handed to `progress` untouched
+        @param[out] file the name on the board, set on success only; the caller removes the file with
+               deleteRemoteFile()
+        Codes 0x1600822, 0x1600823 (the board gives no name), 0x1600812 and 0x1600814 (no transfer handle), 0x1600827
+        (not transferred; what the device access library says comes before). */
+    long transferFile(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, const KvCInventoryAddress& address,
+                      void* lockHandle, const wchar_t* localPath, void (*progress)(unsigned int, void*), void* context,
+                      KvNInventoryManager::KvSRemoteFileHandle& file) const;
+
+    /** Removes a transferred file from the board, after asking it whether the lock allows that. Codes 0x1600822 (found
+        before the board is contacted), 0x1600825 (the board does not say), 0x1600824 (not allowed), 0x1600812 and
+        0x1600814 (no transfer handle), 0x1600815. */
+    long deleteRemoteFile(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                          const KvCInventoryAddress& address, void* lockHandle,
+                          const KvNInventoryManager::KvSRemoteFileHandle& file) const;
+    /** @} */
+
 private:
     friend class KvNInventoryManager::BoardCall;
     friend class KvCInventoryManagerProbe;  // the tests' door to the private operations
@@ -224,6 +307,20 @@ private:
     /** 0x1600826. */
     long updateFinish(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
                       const KvCInventoryAddress& address, KvUInt32 accessId) const;
+
+    /* The steps of operations on files, each on one board. */
+
+    /** Whether the lock has a right on the board; `allowed` is false on every failure. 0x1600825. */
+    long checkAuthority(KvCErrorListPool& errors, void* deviceHandle, const KvCInventoryAddress& address,
+                        KvUInt32 accessId, KvUInt32 right, bool& allowed) const;
+    /** Asks the board for the name of a new file. A name that could not be handed back to the board as it came, because
+        a NUL stands in it or because its path has more characters than an update can carry (303), is none: 0x1600823.
+        The names are set on success only. */
+    long generateRemoteFilename(KvCErrorListPool& errors, void* deviceHandle, const KvCInventoryAddress& address,
+                                KvUInt32 accessId, KvCString& directory, KvCString& fileName) const;
+    /** Puts a local file on the board under a name that the board gave. 0x1600812, 0x1600827, 0x1600814. */
+    void putFile(KvCErrorListPool& errors, void* deviceHandle, const wchar_t* localPath, const char* directory,
+                 const char* fileName, void (*progress)(unsigned int, void*), void* context) const;
 
     /** Scans one board after the other and hangs their trees under `root`; what both forms of scan are made of. Returns
         what scan() goes by, and fills `boards`, which has an entry for each board, when there are any. */
