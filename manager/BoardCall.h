@@ -43,18 +43,30 @@ public:
     template <class Operation>
     long run(Operation operation) const
     {
-        return runOn(findBoard(), std::move(operation));
+        void* deviceHandle = findBoard();
+        return deviceHandle != nullptr ? outcome(runOn(deviceHandle, operation)) : -1;
     }
 
     /** Runs `operation(client, accessId)` under a lock: 0x1600822. */
     template <class Operation>
     long runLocked(void* lockHandle, Operation operation) const
     {
+        return runOnDevice(lockHandle, [&](void* deviceHandle, KvUInt32 accessId) {
+            return runOn(deviceHandle,
+                         [&](KVINVENTORYMANAGERRPCIF1Client& client) { return operation(client, accessId); });
+        });
+    }
+
+    /** Runs `operation(deviceHandle, accessId)` under a lock: 0x1600822. It gets the client itself, when it needs it.
+     */
+    template <class Operation>
+    long runOnDevice(void* lockHandle, Operation operation) const
+    {
         void* deviceHandle = findBoard();
         KvUInt32 accessId = 0;
         if (deviceHandle == nullptr || !readAccessId(lockHandle, accessId))
             return -1;
-        return runOn(deviceHandle, [&](KVINVENTORYMANAGERRPCIF1Client& client) { return operation(client, accessId); });
+        return outcome(operation(deviceHandle, accessId));
     }
 
     /** marshalInventoryAddress for what stands outside the manager. An address that ran out of memory on the way is
@@ -66,14 +78,13 @@ private:
     bool readAccessId(void* lockHandle, KvUInt32& accessId) const;
     static KVINVENTORYMANAGERRPCIF1Client* clientOf(KvCErrorListPool& errors, void* deviceHandle);
 
+    long outcome(long result) const { return result != 0 || m_watch.grew() ? -1 : 0; }
+
     template <class Operation>
     long runOn(void* deviceHandle, Operation operation) const
     {
-        KVINVENTORYMANAGERRPCIF1Client* client = deviceHandle != nullptr ? clientOf(m_errors, deviceHandle) : nullptr;
-        if (client == nullptr)
-            return -1;
-        const long result = operation(*client);
-        return result != 0 || m_watch.grew() ? -1 : 0;
+        KVINVENTORYMANAGERRPCIF1Client* client = clientOf(m_errors, deviceHandle);
+        return client != nullptr ? operation(*client) : -1;
     }
 
     KvCErrorListPool& m_errors;

@@ -1,12 +1,16 @@
 #include <cstring>
 
 #include "manager/BoardCall.h"
+#include "manager/RemotePath.h"
 
 /* Firmware updates of one board: starting them, following them, and closing them. */
 
+using KvNInventoryManager::BoardCall;
 using KvNInventoryManager::EUpdateStatus;
 using KvNInventoryManager::FirmwareType;
+using KvNInventoryManager::KvSRemoteFileHandle;
 using KvNInventoryManager::RemoteCall;
+using KvNInventoryManager::RemotePath;
 using KvNInventoryManager::StatusCall;
 namespace Procedure = KvNInventoryRpc::Procedure;
 
@@ -78,7 +82,7 @@ long KvCInventoryManager::update(KvCErrorListPool& errors, KVINVENTORYMANAGERRPC
                                  FirmwareType type, KvUInt64 size) const
 {
     constexpr const char* origin = "KvCInventoryManager::update";
-    const FileName<304> name(fileName);
+    const FileName<KvNInventoryManager::UpdatePathLength + 1> name(fileName);
     StatusCall remote(errors, client, origin, Procedure::update);
     if (!remote.callAt(address, KvNInventoryRpc::update, accessId, name.text, toWire(type), size))
         return -1;
@@ -93,7 +97,7 @@ long KvCInventoryManager::update2(KvCErrorListPool& errors, KVINVENTORYMANAGERRP
                                   const char* fileName, KvUInt64 size) const
 {
     constexpr const char* origin = "KvCInventoryManager::update2";
-    const FileName<512> name(fileName);
+    const FileName<KvNInventoryManager::Update2PathLength + 1> name(fileName);
     StatusCall remote(errors, client, origin, Procedure::update2);
     if (!remote.callAt(address, KvNInventoryRpc::update2, accessId, kind, name.text, size))
         return -1;
@@ -184,4 +188,101 @@ long KvCInventoryManager::updateFinish(KvCErrorListPool& errors, KVINVENTORYMANA
         return 0;
     KV_REPORT(errors, UpdateFinishFailed, origin, address.toString());
     return -1;
+}
+
+long KvCInventoryManager::update(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                                 const KvCInventoryAddress& address, void* lockHandle, const KvSRemoteFileHandle& file,
+                                 FirmwareType type, KvUInt64 size) const
+{
+    constexpr const char* origin = "KvCInventoryManager::update";
+    const RemotePath path(errors, origin, file);
+    if (!path.isWhole())
+        return -1;
+    const BoardCall board(errors, origin, rootHandle, address);
+    return board.runLocked(lockHandle, [&](KVINVENTORYMANAGERRPCIF1Client& client, KvUInt32 accessId) {
+        return update(errors, client, address, accessId, path.c_str(), type, size);
+    });
+}
+
+long KvCInventoryManager::update2(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                                  const KvCInventoryAddress& address, void* lockHandle, KvUInt32 kind,
+                                  const KvSRemoteFileHandle& file, KvUInt64 size) const
+{
+    constexpr const char* origin = "KvCInventoryManager::update2";
+    const RemotePath path(errors, origin, file);
+    if (!path.isWhole())
+        return -1;
+    const BoardCall board(errors, origin, rootHandle, address);
+    return board.runLocked(lockHandle, [&](KVINVENTORYMANAGERRPCIF1Client& client, KvUInt32 accessId) {
+        return update2(errors, client, address, accessId, kind, path.c_str(), size);
+    });
+}
+
+/* An answer with an error entry is a failure, which the frame finds after the answer has been taken: outputs over a
+   root handle are therefore set by copies. */
+
+long KvCInventoryManager::updateStatus(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                                       const KvCInventoryAddress& address, EUpdateStatus& state, FirmwareType& type,
+                                       KvUInt32& value1, KvUInt32& value2) const
+{
+    EUpdateStatus newState{};
+    FirmwareType newType{};
+    KvUInt32 values[2] = {};
+    const BoardCall board(errors, "KvCInventoryManager::updateStatus", rootHandle, address);
+    const long result = board.run([&](KVINVENTORYMANAGERRPCIF1Client& client) {
+        return updateStatus(errors, client, address, newState, newType, values[0], values[1]);
+    });
+    if (result != 0)
+        return result;
+    state = newState;
+    type = newType;
+    value1 = values[0];
+    value2 = values[1];
+    return 0;
+}
+
+long KvCInventoryManager::updateStatus2(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                                        const KvCInventoryAddress& address, KvUInt32& value1, KvUInt32& value2,
+                                        KvUInt32& value3, KvUInt32& value4) const
+{
+    KvUInt32 values[4] = {value1};
+    const BoardCall board(errors, "KvCInventoryManager::updateStatus2", rootHandle, address);
+    const long result = board.run([&](KVINVENTORYMANAGERRPCIF1Client& client) {
+        return updateStatus2(errors, client, address, values[0], values[1], values[2], values[3]);
+    });
+    if (result != 0)
+        return result;
+    value1 = values[0];
+    value2 = values[1];
+    value3 = values[2];
+    value4 = values[3];
+    return 0;
+}
+
+long KvCInventoryManager::updateErrors(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                                       const KvCInventoryAddress& address, void* lockHandle) const
+{
+    const BoardCall board(errors, "KvCInventoryManager::updateErrors", rootHandle, address);
+    return board.runLocked(lockHandle, [&](KVINVENTORYMANAGERRPCIF1Client& client, KvUInt32 accessId) {
+        return updateErrors(errors, client, address, accessId);
+    });
+}
+
+long KvCInventoryManager::updateErrors2(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                                        const KvCInventoryAddress& address, void* lockHandle, KvUInt32 index,
+                                        KvCErrorListPool& updateErrorList) const
+{
+    const BoardCall board(errors, "KvCInventoryManager::updateErrors2", rootHandle, address);
+    return board.runLocked(lockHandle, [&](KVINVENTORYMANAGERRPCIF1Client& client, KvUInt32 accessId) {
+        return updateErrors2(errors, client, address, accessId, index, updateErrorList);
+    });
+}
+
+long KvCInventoryManager::updateFinish(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
+                                       const KvCInventoryAddress& address, void* lockHandle) const
+{
+    const BoardCall board(errors, "KvCInventoryManager::updateFinish", rootHandle, address);
+    return board.runLocked(lockHandle, [&](KVINVENTORYMANAGERRPCIF1Client& client, KvUInt32 accessId) {
+        return updateFinish(errors, client, address, accessId);
+    });
 }

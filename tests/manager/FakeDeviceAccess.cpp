@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::uintptr_t Filter = 1;
 constexpr std::uintptr_t LockHandle = 2;
+constexpr std::uintptr_t TransferHandle = 3;
 constexpr std::uintptr_t FirstDevice = 100;
 
 std::string number(KvUInt64 value)
@@ -33,6 +34,16 @@ KvInt32 note(KvCErrorListPool& errors, const std::string& operation, const std::
         return 0;
     errors.setError(FakeDeviceAccess::Reported, __LINE__, "FakeDeviceAccess", nullptr);
     return found->second;
+}
+
+/** Makes a handle; whoever was refused one finds something in `handle` all the same. */
+KvInt32 create(KvCErrorListPool& errors, const char* operation, std::uintptr_t key, void** handle, int& open)
+{
+    *handle = reinterpret_cast<void*>(key);
+    const KvInt32 result = note(errors, operation);
+    if (result == 0)
+        ++open;
+    return result;
 }
 
 }  // namespace
@@ -150,16 +161,50 @@ KvInt32 KvDAL_registerRPCClient(KvCErrorListPool& errors, void*, KvUInt32 key, K
 
 KvInt32 KvDAL_createAccessRestrictionHandle(KvCErrorListPool& errors, void*, void** lock)
 {
-    *lock = reinterpret_cast<void*>(LockHandle);
-    return note(errors, "createAccessRestrictionHandle");
+    return create(errors, "createAccessRestrictionHandle", LockHandle, lock, FakeDeviceAccess::instance().openLocks);
 }
 
 KvInt32 KvDAL_deleteAccessRestrictionHandle(KvCErrorListPool& errors, void* lock)
 {
-    return note(errors, "deleteAccessRestrictionHandle", number(reinterpret_cast<std::uintptr_t>(lock)));
+    --FakeDeviceAccess::instance().openLocks;
+    return note(errors, "deleteAccessRestrictionHandle", number(serialOf(lock)));
 }
 
 KvInt32 KvDAL_requestAccessRestrictionLevel(KvCErrorListPool& errors, void*, KvUInt32 index, KvInt32 level)
 {
     return note(errors, "requestAccessRestrictionLevel", number(index) + " " + std::to_string(level));
+}
+
+KvInt32 KvDAL_createFTClientHandle(KvCErrorListPool& errors, void*, void** transfer)
+{
+    return create(errors, "createFTClientHandle", TransferHandle, transfer, FakeDeviceAccess::instance().openTransfers);
+}
+
+KvInt32 KvDAL_deleteFTClientHandle(KvCErrorListPool& errors, void* transfer)
+{
+    --FakeDeviceAccess::instance().openTransfers;
+    return note(errors, "deleteFTClientHandle", number(serialOf(transfer)));
+}
+
+KvInt32 KvDAL_putFileU(KvCErrorListPool& errors, void* reserved, void* transfer, const wchar_t* localPath,
+                       const char* directory, const char* fileName, void (*progress)(unsigned int, void*),
+                       void* context)
+{
+    std::string path;
+    for (; *localPath != L'\0'; ++localPath)
+        path += static_cast<char>(*localPath);
+    const KvInt32 result = note(errors, "putFileU",
+                                number(serialOf(reserved)) + " " + number(serialOf(transfer)) + " " + path + " '" +
+                                    directory + "' '" + fileName + "'");
+    for (const unsigned int value : FakeDeviceAccess::instance().progress)
+        progress(value, context);
+    return result;
+}
+
+KvInt32 KvDAL_deleteFile(KvCErrorListPool& errors, void* reserved, void* transfer, const char* directory,
+                         const char* fileName)
+{
+    return note(
+        errors, "deleteFile",
+        number(serialOf(reserved)) + " " + number(serialOf(transfer)) + " '" + directory + "' '" + fileName + "'");
 }

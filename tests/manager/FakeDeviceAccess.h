@@ -25,4 +25,9 @@ struct FakeDeviceAccess
     std::map<std::string, KvInt32> failures;
     KvUInt32 boards = 1;
     KvCRpcClient* client = nullptr;
+    /** Lock and transfer handles that were made and not deleted. */
+    int openLocks = 0;
+    int openTransfers = 0;
+    /** What putFileU hands to its progress callback before it succeeds or fails. */
+    std::vector<unsigned int> progress;
 };

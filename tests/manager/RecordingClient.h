@@ -1,7 +1,7 @@
 #pragma once
 
-#include <functional>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "Bytes.h"
@@ -31,6 +31,8 @@ public:
     }
 
     const std::vector<Call>& calls() const { return m_calls; }
+    /** Where else calls and releases are noted, as "call 10" and "freeResults", between what others note there. */
+    std::vector<std::string>* journal = nullptr;
     /** Calls that could leave something in a result, and results given back. */
     int decoded() const { return m_decoded; }
     int released() const { return m_released; }
@@ -46,6 +48,8 @@ public:
             return OutOfMemory;
         }
         m_calls.push_back({procedure, sent});
+        if (journal != nullptr)
+            journal->push_back("call " + std::to_string(procedure));
         ++m_decoded;
         const Answer& answer = m_answers[procedure];
         KvNXdr::XDR xdrs;
@@ -61,6 +65,8 @@ public:
     void freeResults(KvNXdr::xdrproc_t decoder, void* result) override
     {
         ++m_released;
+        if (journal != nullptr)
+            journal->push_back("freeResults");
         KVINVENTORYMANAGERRPCIF1Client::freeResults(decoder, result);
     }
 
