@@ -1,71 +1,40 @@
 #include "platform/service/Directory.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <system_error>
+#include <algorithm>
 #include <utility>
+
+#include "platform/service/OpenBeneath.h"
+#include "platform/service/SystemCall.h"
 
 namespace KvNService {
 
 namespace {
 
-std::string reason(int error)
-{
-    return std::generic_category().message(error);
-}
-
-/** Runs a system call again when a signal interrupted it. */
-template <class Call>
-auto retried(Call call)
-{
-    decltype(call()) result{};
-    do
-        result = call();
-    while (result < 0 && errno == EINTR);
-    return result;
-}
-
-/** An open file. */
-class File
-{
-public:
-    explicit File(int descriptor) : m_descriptor(descriptor) {}
-    ~File() { close(); }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    int get() const { return m_descriptor; }
-    bool close()
-    {
-        if (m_descriptor < 0)
-            return true;
-        // Not repeated when interrupted: the descriptor is gone then.
-        return ::close(std::exchange(m_descriptor, -1)) == 0 || errno == EINTR;
-    }
-
-private:
-    int m_descriptor;
-};
-
-bool writeAll(int descriptor, std::span<const unsigned char> bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t written = retried([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
-        if (written < 0)
-            return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 constexpr int openFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr mode_t folderMode = 0700;
 constexpr mode_t fileMode = 0600;
 constexpr const char* temporarySuffix = ".new";
+
+struct CloseFolder
+{
+    void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+/** Whether a file that was looked at is a regular one; errno is set when not. */
+bool isRegular(int result, const struct stat& status)
+{
+    if (result != 0)
+        return false;
+    errno = ENOENT;
+    return S_ISREG(status.st_mode);
+}
 
 }  // namespace
 
@@ -75,17 +44,12 @@ std::unique_ptr<Directory> Directory::open(const std::string& path, std::string&
         problem = "cannot make the folder " + path + ": " + reason(errno);
         return nullptr;
     }
-    const int descriptor = retried([&] { return ::open(path.c_str(), openFolder); });
-    if (descriptor < 0) {
+    Descriptor descriptor(retried([&] { return ::open(path.c_str(), openFolder); }));
+    if (!descriptor) {
         problem = "cannot open the folder " + path + ": " + reason(errno);
         return nullptr;
     }
-    return std::unique_ptr<Directory>(new Directory(descriptor, path));
-}
-
-Directory::~Directory()
-{
-    ::close(m_descriptor);
+    return std::unique_ptr<Directory>(new Directory(std::move(descriptor), path));
 }
 
 std::string Directory::describe(const std::string& name) const
@@ -95,21 +59,21 @@ std::string Directory::describe(const std::string& name) const
 
 std::unique_ptr<Directory> Directory::sub(const std::string& name, std::string& problem) const
 {
-    if (::mkdirat(m_descriptor, name.c_str(), folderMode) != 0 && errno != EEXIST) {
+    if (::mkdirat(m_descriptor.get(), name.c_str(), folderMode) != 0 && errno != EEXIST) {
         problem = "cannot make the folder " + describe(name) + ": " + reason(errno);
         return nullptr;
     }
-    const int descriptor = retried([&] { return ::openat(m_descriptor, name.c_str(), openFolder | O_NOFOLLOW); });
-    if (descriptor < 0) {
+    Descriptor descriptor(openBeneath(m_descriptor.get(), name.c_str(), openFolder));
+    if (!descriptor) {
         problem = "cannot open the folder " + describe(name) + ": " + reason(errno);
         return nullptr;
     }
-    return std::unique_ptr<Directory>(new Directory(descriptor, describe(name)));
+    return std::unique_ptr<Directory>(new Directory(std::move(descriptor), describe(name)));
 }
 
 bool Directory::lock(std::string& problem) const
 {
-    if (retried([&] { return ::flock(m_descriptor, LOCK_EX | LOCK_NB); }) == 0)
+    if (retried([&] { return ::flock(m_descriptor.get(), LOCK_EX | LOCK_NB); }) == 0)
         return true;
     problem = errno == EWOULDBLOCK ? m_path + " is in use by another service"
                                    : "cannot lock the folder " + m_path + ": " + reason(errno);
@@ -121,16 +85,16 @@ bool Directory::read(const std::string& name, std::size_t maximum, std::vector<u
 {
     bytes.clear();
     found = false;
-    File file(
-        retried([&] { return ::openat(m_descriptor, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); }));
-    if (file.get() < 0) {
+    const Descriptor file(openBeneath(m_descriptor.get(), name.c_str(), O_RDONLY));
+    if (!file) {
         if (errno == ENOENT)
             return true;
         problem = "cannot open " + describe(name) + ": " + reason(errno);
         return false;
     }
-    struct stat status;
-    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    struct stat status
+    {};
+    if (!isRegular(::fstat(file.get(), &status), status)) {
         problem = describe(name) + " is not a regular file";
         return false;
     }
@@ -139,45 +103,144 @@ bool Directory::read(const std::string& name, std::size_t maximum, std::vector<u
         return false;
     }
     bytes.resize(static_cast<std::size_t>(status.st_size));
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t got = retried([&] { return ::read(file.get(), bytes.data() + done, bytes.size() - done); });
-        if (got <= 0) {
-            problem = "cannot read " + describe(name) + ": " + (got == 0 ? "it became shorter" : reason(errno));
-            return false;
-        }
-        done += static_cast<std::size_t>(got);
+    FileProblem why;
+    if (!readAt(file.get(), 0, bytes)) {
+        failed(why, "cannot read", describe(name));
+        problem = why.text;
+        return false;
     }
     found = true;
     return true;
 }
 
+Descriptor Directory::makeFile(const std::string& name) const
+{
+    // What a service that was killed left behind; O_EXCL then makes sure that the file is this one's own.
+    ::unlinkat(m_descriptor.get(), name.c_str(), 0);
+    return Descriptor(openBeneath(m_descriptor.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL, fileMode));
+}
+
+bool Directory::replaceFile(const std::string& name, const std::string& temporary, std::span<const unsigned char> bytes,
+                            FileProblem& problem) const
+{
+    Descriptor file = makeFile(temporary);
+    if (!file)
+        return failed(problem, "cannot make", describe(temporary));
+    if (!writeAt(file.get(), 0, bytes))
+        return failed(problem, "cannot write", describe(temporary));
+    if (retried([&] { return ::fsync(file.get()); }) != 0)
+        return failed(problem, "cannot sync", describe(temporary));
+    if (!file.close())
+        return failed(problem, "cannot close", describe(temporary));
+    if (::renameat(m_descriptor.get(), temporary.c_str(), m_descriptor.get(), name.c_str()) != 0)
+        return failed(problem, "cannot rename to", describe(name));
+    if (retried([&] { return ::fsync(m_descriptor.get()); }) == 0)
+        return true;
+    failed(problem, "cannot sync the folder of", describe(name));
+    problem.text += "; it has the new contents, which a power failure can undo";
+    problem.kind = FileProblem::Kind::Unsynced;
+    return false;
+}
+
 bool Directory::replace(const std::string& name, std::span<const unsigned char> bytes, std::string& problem) const
 {
     const std::string temporary = name + temporarySuffix;
-    const auto failed = [&](const char* what, const std::string& file) {
-        problem = std::string("cannot ") + what + " " + describe(file) + ": " + reason(errno);
-        ::unlinkat(m_descriptor, temporary.c_str(), 0);
+    FileProblem why;
+    if (replaceFile(name, temporary, bytes, why))
+        return true;
+    ::unlinkat(m_descriptor.get(), temporary.c_str(), 0);
+    problem = std::move(why.text);
+    return false;
+}
+
+bool Directory::list(bool (*isWanted)(std::string_view name), std::vector<Entry>& entries, FileProblem& problem) const
+{
+    entries.clear();
+    // A descriptor of its own: the place where reading stands belongs to it.
+    Descriptor descriptor(retried([&] { return ::openat(m_descriptor.get(), ".", openFolder); }));
+    std::unique_ptr<DIR, CloseFolder> folder(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
+    if (folder == nullptr)
+        return failed(problem, "cannot read the folder", m_path);
+    descriptor.release();
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(folder.get());
+        if (entry == nullptr && errno != 0)
+            return failed(problem, "cannot read the folder", m_path);
+        if (entry == nullptr)
+            return true;
+        struct stat status
+        {};
+        if (!isWanted(entry->d_name) ||
+            !isRegular(::fstatat(m_descriptor.get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW), status))
+            continue;
+        entries.push_back({entry->d_name, static_cast<KvUInt64>(status.st_size),
+                           static_cast<KvUInt64>(std::max<time_t>(status.st_mtime, 0))});
+    }
+}
+
+bool Directory::hasFile(const std::string& name, FileProblem& problem) const
+{
+    struct stat status
+    {};
+    const int result = ::fstatat(m_descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+    return isRegular(result, status) || failed(problem, "cannot look at", describe(name));
+}
+
+bool Directory::isTaken(const std::string& name) const
+{
+    struct stat status
+    {};
+    return ::fstatat(m_descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
+}
+
+std::unique_ptr<ReadFile> Directory::openFile(const std::string& name, FileProblem& problem) const
+{
+    // Looked at first: to open a device can do something.
+    if (!hasFile(name, problem))
+        return nullptr;
+    Descriptor file(openBeneath(m_descriptor.get(), name.c_str(), O_RDONLY));
+    struct stat status
+    {};
+    if (!file || !isRegular(::fstat(file.get(), &status), status)) {
+        failed(problem, "cannot open", describe(name));
+        return nullptr;
+    }
+    return std::make_unique<ReadFile>(std::move(file), static_cast<KvUInt64>(status.st_size), describe(name));
+}
+
+std::unique_ptr<UnfinishedFile> Directory::beginFile(const std::string& beside, const std::string& name,
+                                                     FileProblem& problem) const
+{
+    std::string path = describe(name);
+    Descriptor folder(::fcntl(m_descriptor.get(), F_DUPFD_CLOEXEC, 0));
+    if (!folder) {
+        failed(problem, "cannot open the folder of", path);
+        return nullptr;
+    }
+    // Whatever memory it needs is there before it is made, so that nothing can be left behind.
+    auto result = std::make_unique<UnfinishedFile>(std::move(folder), beside, name, std::move(path));
+    if (!result->take(makeFile(beside))) {
+        failed(problem, "cannot make", describe(beside));
+        return nullptr;
+    }
+    return result;
+}
+
+bool Directory::remove(const std::string& name, FileProblem& problem) const
+{
+    if (!hasFile(name, problem))
         return false;
-    };
-    // What a service that was killed left behind; O_EXCL then makes sure that the file is this one's own.
-    ::unlinkat(m_descriptor, temporary.c_str(), 0);
-    File file(retried([&] {
-        return ::openat(m_descriptor, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                        fileMode);
-    }));
-    if (file.get() < 0)
-        return failed("make", temporary);
-    if (!writeAll(file.get(), bytes))
-        return failed("write", temporary);
-    if (retried([&] { return ::fsync(file.get()); }) != 0)
-        return failed("sync", temporary);
-    if (!file.close())
-        return failed("close", temporary);
-    if (::renameat(m_descriptor, temporary.c_str(), m_descriptor, name.c_str()) != 0)
-        return failed("rename to", name);
-    if (retried([&] { return ::fsync(m_descriptor); }) != 0)
-        return failed("sync the folder of", name);
+    return ::unlinkat(m_descriptor.get(), name.c_str(), 0) == 0 || failed(problem, "cannot remove", describe(name));
+}
+
+bool Directory::freeBytes(KvUInt64& bytes, FileProblem& problem) const
+{
+    struct statvfs status
+    {};
+    if (retried([&] { return ::fstatvfs(m_descriptor.get(), &status); }) != 0)
+        return failed(problem, "cannot ask for the free space of", m_path);
+    bytes = static_cast<KvUInt64>(status.f_bavail) * static_cast<KvUInt64>(status.f_frsize);
     return true;
 }
 
