@@ -85,13 +85,12 @@ public:
     Outcome list(std::vector<Entry>& entries, KvUInt64& freeBytes, std::string& problem) const;
 
     /** Begins a file of `size` bytes that is to be put under a name: Done, BadName, Busy, TooMany, NoSpace or Io. The
-        room for it is set aside until release(). */
+        room for it is set aside until release(); what it replaces takes room until it is committed. */
     Outcome begin(std::string_view directory, std::string_view fileName, KvUInt64 size,
                   std::shared_ptr<KvNService::UnfinishedFile>& file, std::string& problem);
 
-    /** Gives an unfinished file its name: Done, Busy, or Io. */
-    Outcome commit(KvNService::UnfinishedFile& file, std::string_view directory, std::string_view fileName,
-                   std::string& problem);
+    /** Gives the unfinished file its name, `fileName` as it was begun: Done, Busy, NoSpace or Io. */
+    Outcome commit(KvNService::UnfinishedFile& file, std::string_view fileName, std::string& problem);
 
     /** The room that begin() has set aside is free again. */
     void release() noexcept { m_reserved = 0; }
@@ -99,6 +98,26 @@ public:
     const Limits& limits() const { return m_limits; }
 
 private:
+    struct Place
+    {
+        KvUInt64 number = 0;  ///< what the name stands for
+        std::string name;
+        bool exists = false;
+    };
+
+    struct Room
+    {
+        KvUInt64 inQuota = 0;
+        KvUInt64 onDisk = 0;
+    };
+
+    Outcome find(std::string_view directory, std::string_view fileName, Place& place, std::string& problem) const;
+    Outcome findPath(std::string_view remotePath, Place& place, std::string& problem) const;
+    Outcome measure(std::vector<Entry>& entries, Room& room, std::string& problem) const;
+    bool isHandedOut(KvUInt64 number) const;
+    void remember(KvUInt64 number) noexcept;
+    bool isBusy(KvUInt64 number) const;
+
     std::unique_ptr<KvNService::Directory> m_folder;
     Limits m_limits;
     RandomSource m_random;
