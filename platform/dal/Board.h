@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -64,6 +65,9 @@ public:
     /** The access id in force; 0: none. */
     KvUInt32 accessInForce() const noexcept;
 
+    /** Held while a file is put on the board: a second one under the same access id would end the first. */
+    std::mutex& transfers() noexcept { return m_transfers; }
+
 private:
     struct Client
     {
@@ -84,6 +88,7 @@ private:
     const KvUInt32 m_serialNumber;
     char m_address[16];
     std::size_t m_handles = 0;
+    std::mutex m_transfers;
     std::vector<Client, KvNAllocation::Allocator<Client>> m_clients;
     std::vector<Access, KvNAllocation::Allocator<Access>> m_access;
 };

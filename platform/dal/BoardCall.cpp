@@ -45,16 +45,8 @@ KvCRpcClient* clientOf(KvCErrorListPool& errors, Board& board)
     if (board.claimClient(deviceAccessProgram, &board, known) == Board::Claim::Registered)
         return known;
     ClientClaim claim(board);
-    const KvNReport::Watch watch(errors);
-    std::unique_ptr<KvCRpcClient> made(new (errors) KvCRpcClient(errors, board.address()));
-    if (made == nullptr)
-        throw std::bad_alloc();
-    made->setParameter(errors, KvCRpcClient::Program, deviceAccessProgram);
-    made->setParameter(errors, KvCRpcClient::Version, deviceAccessVersion);
-    made->setParameter(errors, KvCRpcClient::CallTimeout, callMicroseconds);
-    if (watch.grew())
-        return nullptr;
-    return claim.end(std::move(made));
+    std::unique_ptr<KvCRpcClient> made = makeClient(errors, board, callMicroseconds);
+    return made == nullptr ? nullptr : claim.end(std::move(made));
 }
 
 void append(KvCErrorListPool& errors, const KvCErrorListPool& more)
@@ -65,25 +57,51 @@ void append(KvCErrorListPool& errors, const KvCErrorListPool& more)
 
 }  // namespace
 
+std::unique_ptr<KvCRpcClient> makeClient(KvCErrorListPool& errors, const Board& board, KvUInt32 microseconds)
+{
+    const KvNReport::Watch watch(errors);
+    std::unique_ptr<KvCRpcClient> made(new (errors) KvCRpcClient(errors, board.address()));
+    if (made == nullptr)
+        throw std::bad_alloc();
+    made->setParameter(errors, KvCRpcClient::Program, deviceAccessProgram);
+    made->setParameter(errors, KvCRpcClient::Version, deviceAccessVersion);
+    made->setParameter(errors, KvCRpcClient::CallTimeout, microseconds);
+    return watch.grew() ? nullptr : std::move(made);
+}
+
+long callClient(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call)
+{
+    KvCErrorListPool first;
+    const long outcome =
+        client.clntCall(first, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
+    if (outcome == KvCRpcClient::TimedOut || outcome == KvCRpcClient::ConnectionLost) {
+        call.repeated = true;
+        KvNXdr::xdr_free(call.decoder, call.result);
+        return client.clntCall(errors, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
+    }
+    if (outcome != KvCRpcClient::Success)
+        append(errors, first);
+    return outcome;
+}
+
 KvInt32 callBoard(KvCErrorListPool& errors, const char* origin, Board& board, BoardCall& call)
 {
     KvCRpcClient* client = clientOf(errors, board);
-    long outcome = KvCRpcClient::OutOfMemory;
-    if (client != nullptr) {
-        KvCErrorListPool first;
-        outcome = client->clntCall(first, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
-        if (outcome == KvCRpcClient::TimedOut || outcome == KvCRpcClient::ConnectionLost) {
-            call.repeated = true;
-            KvNXdr::xdr_free(call.decoder, call.result);
-            outcome = client->clntCall(errors, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
-        } else if (outcome != KvCRpcClient::Success) {
-            append(errors, first);
-        }
-    }
-    if (outcome == KvCRpcClient::Success)
+    if (client != nullptr && callClient(errors, *client, call) == KvCRpcClient::Success)
         return Ok;
+    return reportConnectionFailed(errors, origin, board);
+}
+
+KvInt32 reportConnectionFailed(KvCErrorListPool& errors, const char* origin, const Board& board)
+{
     KV_REPORT(errors, DalConnectionFailed, origin, board.address());
     return ConnectionFailed;
+}
+
+KvInt32 reportInvalidReply(KvCErrorListPool& errors, const char* origin, const Board& board)
+{
+    KV_REPORT(errors, DalInvalidReply, origin, board.address());
+    return InvalidReply;
 }
 
 void appendErrors(KvCErrorListPool& errors, const KvdaBytes& block)

@@ -1,32 +1,15 @@
 #pragma once
 
 #include "platform/KvTypes.h"
+#include "platform/dal/DeviceAccessProgram.h"
 #include "platform/oncrpc/KvXdr.h"
 
 /**
- * The wire of a board's device access service, program 0x20004B56 version 1, as its client sees it: its numbers, and
- * one record and one XDR routine for each record. Fields travel in the order in which they stand here. Records never
+ * The wire of a board's device access service, program 0x20004B56 version 1, as its client sees it: one record and
+ * one XDR routine for each record. Fields travel in the order in which they stand here. Records never
  * change within a version. Pointers of decoded records are given back with xdr_free().
  */
 namespace KvNDeviceAccess {
-
-constexpr KvUInt32 deviceAccessProgram = 0x20004B56;
-constexpr KvUInt32 deviceAccessVersion = 1;
-
-enum Procedure : KvUInt32
-{
-    Identify = 1,
-    RequestAccess = 2,
-    KeepAccess = 3,
-    ReleaseAccess = 4,
-    PutBegin = 5,
-    PutData = 6,
-    PutEnd = 7,
-    PutAbort = 8,
-    Delete = 9,
-    AccessState = 10,
-    ListFiles = 11
-};
 
 constexpr KvUInt32 mostText = 255;
 constexpr KvUInt32 mostChunk = 1048576;
@@ -201,5 +184,8 @@ struct Decoded : Record
 using DecodedIdentity = Decoded<KvdaIdentity, xdr_KvdaIdentity>;
 using DecodedAccess = Decoded<KvdaAccess, xdr_KvdaAccess>;
 using DecodedResult = Decoded<KvdaResult, xdr_KvdaResult>;
+using DecodedTransfer = Decoded<KvdaTransfer, xdr_KvdaTransfer>;
+using DecodedReceived = Decoded<KvdaReceived, xdr_KvdaReceived>;
+using DecodedFileList = Decoded<KvdaFileList, xdr_KvdaFileList>;
 
 }  // namespace KvNDeviceAccess

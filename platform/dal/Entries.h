@@ -49,6 +49,15 @@ struct LockEntry : Entry
     std::mutex requests;
 };
 
+/** The right to put files on a board and to delete them. */
+struct TransferEntry : Entry
+{
+    static constexpr EntryKind entryKind = EntryKind::Transfer;
+    explicit TransferEntry(const Board& of) : Entry(entryKind), board(of.ipAddress(), of.serialNumber()) {}
+
+    const AttachedBoard board;
+};
+
 /** What every operation does with a handle that is none. */
 inline KvInt32 reportInvalidHandle(KvCErrorListPool& errors, const char* origin)
 {

@@ -15,7 +15,8 @@ enum class EntryKind : unsigned char
 {
     Filter,
     Device,
-    Lock
+    Lock,
+    Transfer
 };
 
 /** Base of everything that a handle stands for. */

@@ -7,12 +7,6 @@ using namespace KvNDeviceAccess;
 
 namespace {
 
-KvInt32 reportInvalidReply(KvCErrorListPool& errors, const char* origin, const Board& board)
-{
-    KV_REPORT(errors, DalInvalidReply, origin, board.address());
-    return InvalidReply;
-}
-
 /* A new lock handle on a device's board, as far as it can be made without the board. */
 template <class Use>
 KvInt32 createLock(KvCErrorListPool& errors, const char* origin, void* device, void** lock, Use&& use)

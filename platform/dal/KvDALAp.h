@@ -94,7 +94,7 @@ KV_EXPORT KvInt32 KvDAL_putFileU(KvCErrorListPool& errors, void* reserved, void*
                                  void* context);
 
 /** Deletes a file from the board; names as for KvDAL_putFileU, `reserved` is null. Results: InvalidHandle,
-    InvalidArgument, OutOfMemory, NoAccess, TransferCancelled, ConnectionFailed, InvalidReply, BoardRefused + status. */
+    InvalidArgument, OutOfMemory, NoAccess, ConnectionFailed, BoardRefused + status. */
 KV_EXPORT KvInt32 KvDAL_deleteFile(KvCErrorListPool& errors, void* reserved, void* transfer, const char* directory,
                                    const char* fileName);
 
