@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "platform/dal/DeviceAccessProgram.h"
 #include "platform/host/KvNHost.h"
 #include "platform/oncrpc/KvCRpcClient.h"
 
@@ -10,9 +11,11 @@ namespace {
 
 constexpr KvUInt32 inventoryProgram = 8;
 
-/** The name of a procedure of the inventory service; null for one that has none. */
-const char* procedureName(KvUInt32 program, KvUInt32 procedure)
+/** The name of a procedure of a board's services; null for one that has none. */
+const char* nameOf(KvUInt32 program, KvUInt32 procedure)
 {
+    if (program == KvNDeviceAccess::deviceAccessProgram)
+        return KvNDeviceAccess::procedureName(procedure);
     if (program != inventoryProgram)
         return nullptr;
     switch (procedure) {
@@ -33,7 +36,7 @@ void tell(void*, const KvCRpcClient::TracedCall& call)
     const double milliseconds = static_cast<double>(call.microseconds) / 1000;
     const auto program = static_cast<unsigned long>(call.program);
     const auto procedure = static_cast<unsigned long>(call.procedure);
-    const char* name = procedureName(call.program, call.procedure);
+    const char* name = nameOf(call.program, call.procedure);
     int length = 0;
     if (name != nullptr)
         length = std::snprintf(line, sizeof line, "kvinv: call %s %s(): result %ld, %.3f ms\n", call.hostAddress, name,
