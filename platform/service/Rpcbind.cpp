@@ -37,37 +37,6 @@ sockaddr_in loopback(std::uint16_t port)
     return address;
 }
 
-/** A datagram socket that is connected to rpcbind. */
-class Socket
-{
-public:
-    Socket() : m_descriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
-    ~Socket()
-    {
-        if (m_descriptor >= 0)
-            ::close(m_descriptor);
-    }
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
-
-    bool open()
-    {
-        if (m_descriptor < 0)
-            return false;
-        for (std::uint16_t port = lastReservedPort; port >= firstReservedPort; --port) {
-            const sockaddr_in own = loopback(port);
-            if (::bind(m_descriptor, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0 || errno == EACCES)
-                break;
-        }
-        const sockaddr_in peer = loopback(rpcbindPort);
-        return ::connect(m_descriptor, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
-    }
-    int get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
-
 /** The answer to `header` in a datagram: 0 or 1, or -1 when the datagram is not it. */
 int answerIn(const KvNRpc::CallHeader& header, unsigned char* bytes, std::size_t size)
 {
@@ -82,12 +51,30 @@ int answerIn(const KvNRpc::CallHeader& header, unsigned char* bytes, std::size_t
     return KvNXdr::xdr_bool(&stream, &result) && result != 0 ? 1 : 0;
 }
 
-/** Whether rpcbind said yes to the procedure. */
-bool ask(KvUInt32 procedure, KvNRpc::PortMapping mapping, std::string& problem)
+}  // namespace
+
+Rpcbind::Rpcbind() : m_socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
-    Socket socket;
-    if (!socket.open()) {
-        problem = "cannot reach rpcbind: " + reason(errno);
+    for (std::uint16_t port = lastReservedPort; m_socket >= 0 && port >= firstReservedPort; --port) {
+        const sockaddr_in own = loopback(port);
+        if (::bind(m_socket, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0 || errno == EACCES)
+            break;
+    }
+    const sockaddr_in peer = loopback(rpcbindPort);
+    if (m_socket < 0 || ::connect(m_socket, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0)
+        m_problem = "cannot reach rpcbind: " + reason(errno);
+}
+
+Rpcbind::~Rpcbind()
+{
+    if (m_socket >= 0)
+        ::close(m_socket);
+}
+
+bool Rpcbind::ask(KvUInt32 procedure, const RpcbindMapping& mapping, std::string& problem)
+{
+    if (!m_problem.empty()) {
+        problem = m_problem;
         return false;
     }
     KvNRpc::CallHeader header;
@@ -95,23 +82,28 @@ bool ask(KvUInt32 procedure, KvNRpc::PortMapping mapping, std::string& problem)
     header.program = KvNRpc::portMapperProgram;
     header.version = KvNRpc::portMapperVersion;
     header.procedure = procedure;
+    KvNRpc::PortMapping record;
+    record.program = mapping.program;
+    record.version = mapping.version;
+    record.protocol = mapping.protocol;
+    record.port = mapping.port;
     char request[128];
     KvNXdr::XDR stream;
     KvNXdr::xdrmem_create(&stream, request, sizeof request, KvNXdr::XDR_ENCODE);
-    if (!KvNRpc::xdr_callHeader(&stream, &header) || !KvNRpc::xdr_portMapping(&stream, &mapping)) {
+    if (!KvNRpc::xdr_callHeader(&stream, &header) || !KvNRpc::xdr_portMapping(&stream, &record)) {
         problem = "cannot encode a call of rpcbind";
         return false;
     }
     for (int i = 0; i < tries; ++i) {
-        if (::send(socket.get(), request, KvNXdr::xdrmem_used(&stream), 0) < 0) {
+        if (::send(m_socket, request, KvNXdr::xdrmem_used(&stream), 0) < 0) {
             problem = "cannot reach rpcbind: " + reason(errno);
             return false;
         }
-        pollfd entry{socket.get(), POLLIN, 0};
+        pollfd entry{m_socket, POLLIN, 0};
         if (::poll(&entry, 1, waitMilliseconds) != 1)
             continue;
         unsigned char reply[512];
-        const ssize_t size = ::recv(socket.get(), reply, sizeof reply, 0);
+        const ssize_t size = ::recv(m_socket, reply, sizeof reply, 0);
         const int answer = size < 0 ? -1 : answerIn(header, reply, static_cast<std::size_t>(size));
         if (answer >= 0) {
             problem = answer == 0 ? "rpcbind refuses" : "";
@@ -122,24 +114,14 @@ bool ask(KvUInt32 procedure, KvNRpc::PortMapping mapping, std::string& problem)
     return false;
 }
 
-}  // namespace
-
-bool setRpcbind(const RpcbindMapping& mapping, std::string& problem)
+bool Rpcbind::set(const RpcbindMapping& mapping, std::string& problem)
 {
-    KvNRpc::PortMapping record;
-    record.program = mapping.program;
-    record.version = mapping.version;
-    record.protocol = mapping.protocol;
-    record.port = mapping.port;
-    return ask(setProcedure, record, problem);
+    return ask(setProcedure, mapping, problem);
 }
 
-bool unsetRpcbind(KvUInt32 program, KvUInt32 version, std::string& problem)
+bool Rpcbind::unset(KvUInt32 program, KvUInt32 version, std::string& problem)
 {
-    KvNRpc::PortMapping record;
-    record.program = program;
-    record.version = version;
-    return ask(unsetProcedure, record, problem);
+    return ask(unsetProcedure, {program, version, 0, 0}, problem);
 }
 
 }  // namespace KvNService

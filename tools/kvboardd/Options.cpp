@@ -4,6 +4,8 @@
 
 #include <sstream>
 
+#include "tools/kvboardd/BoardFile.h"
+
 namespace KvNBoardService {
 
 namespace {
@@ -13,16 +15,54 @@ constexpr unsigned longestSeconds = 86400;
 constexpr unsigned mostConnections = 10000;
 constexpr std::size_t mostBytes = std::size_t(1) << 30;
 
+/** Reads an IPv4 address as the board file has it. */
+std::string readAddress(const std::string& text, KvUInt32& address)
+{
+    return parseAddress(text, address) ? "" : "is not an IPv4 address such as 127.0.0.11";
+}
+
+void addBoards(CLI::App& app, Options& options)
+{
+    auto* boards =
+        app.add_option("--boards", options.boards,
+                       "The boards: a board file (JSON), or an inventory section, whose one board listens on 127.0.0.1")
+            ->type_name("FILE");
+    auto* host = app.add_flag("--host", options.host,
+                              "The board is the machine that this runs on, as it is when the service starts")
+                     ->excludes(boards);
+    app.add_option("--serial", options.serial, "Serial number of the machine (default: made from its /etc/machine-id)")
+        ->type_name("N")
+        ->check(CLI::Range(KvUInt64(0), KvUInt64(0xFFFFFFFF)))
+        ->needs(host);
+    app.add_option_function<std::string>(
+           "--address", [&options](const std::string& text) { readAddress(text, options.address); },
+           "Address that the machine's service listens on")
+        ->type_name("IP")
+        ->default_str("127.0.0.1")
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                KvUInt32 address = 0;
+                return readAddress(text, address);
+            },
+            ""))
+        ->needs(host);
+    app.final_callback([boards, host] {
+        if (boards->empty() && host->empty())
+            throw CLI::RequiredError("--boards FILE or --host");
+    });
+}
+
 void addService(CLI::App& app, Options& options)
 {
-    app.add_option("--boards", options.boards,
-                   "The boards: a board file (JSON), or an inventory section, whose one board listens on 127.0.0.1")
-        ->required()
-        ->type_name("FILE");
+    addBoards(app, options);
     app.add_option("--state", options.state,
                    "Where written values last, in DIR/SERIAL/inventory.inv; what is there replaces the board file's "
                    "tree (default: they last as long as the service)")
         ->type_name("DIR");
+    app.add_option("--user", options.user,
+                   "Become this user, with its group alone, when everything is open (default: nobody when started by "
+                   "root)")
+        ->type_name("NAME");
     auto* mapper = app.add_option("--portmap", options.portMapper,
                                   "Answer port mapper requests on this port of each board's address")
                        ->type_name("PORT")
@@ -72,20 +112,39 @@ void addLimits(CLI::App& app, Options& options)
           "Memory for calls and answers, of all boards together");
 }
 
+void fill(CLI::App& app, Options& options)
+{
+    app.description(
+        "The inventory service of one board or of several: what they are, their values, and who may change "
+        "them. Listens on loopback unless an address is named. Whoever reaches a board's port can read and write it.");
+    app.footer(
+        "Examples:\n  kvboardd --boards samples/rack-boards.json --portmap 10111 --state /var/lib/kvboardd\n"
+        "  kvboardd --host --portmap 111");
+    app.set_version_flag("--version", "kvboardd " KV_VERSION);
+    addService(app, options);
+    addLimits(app, options);
+}
+
 }  // namespace
+
+std::vector<OptionRow> optionRows()
+{
+    Options options;
+    CLI::App app("", "kvboardd");
+    fill(app, options);
+    std::vector<OptionRow> rows;
+    for (const CLI::Option* option : app.get_options())
+        rows.push_back({"--" + option->get_lnames().front(),
+                        option->get_items_expected_max() == 0 ? "" : option->get_type_name(), option->get_default_str(),
+                        option->get_description(), option->get_group()});
+    return rows;
+}
 
 CommandLine readCommandLine(int count, const char* const* arguments)
 {
     CommandLine result;
-    CLI::App app(
-        "The inventory service of one board or of several: what they are, their values, and who may change "
-        "them. Listens on loopback unless the board file names an address. Whoever reaches a board's port can "
-        "read and write it.",
-        "kvboardd");
-    app.footer("Example: kvboardd --boards samples/rack-boards.json --portmap 10111 --state /var/lib/kvboardd");
-    app.set_version_flag("--version", "kvboardd " KV_VERSION);
-    addService(app, result.options);
-    addLimits(app, result.options);
+    CLI::App app("", "kvboardd");
+    fill(app, result.options);
     try {
         app.parse(count, arguments);
         result.proceed = true;

@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/KvTypes.h"
 
@@ -12,8 +14,12 @@ namespace KvNBoardService {
 struct Options
 {
     std::string boards;
-    std::string state;             ///< empty: values last as long as the process
-    std::uint16_t portMapper = 0;  ///< port of the port mapper of each board; 0: none
+    bool host = false;                ///< instead of `boards`: the machine itself
+    std::optional<KvUInt32> serial;   ///< of the machine; null: its own
+    KvUInt32 address = 0x7F000001;    ///< of the machine, IPv4, host order
+    std::optional<std::string> user;  ///< whom to become; null: nobody when started by root, else none
+    std::string state;                ///< empty: values last as long as the process
+    std::uint16_t portMapper = 0;     ///< port of the port mapper of each board; 0: none
     bool rpcbind = false;
     std::uint16_t port = 0;  ///< of the services; 0: any
     bool allAddresses = false;
@@ -48,5 +54,18 @@ struct CommandLine
 
 /** Reads the command line: status 0 for help and version, 2 for a wrong one, with the reason in `text`. */
 CommandLine readCommandLine(int count, const char* const* arguments);
+
+/** What an option is to its readers: "--port", "PORT", its default, what it does, under which heading. */
+struct OptionRow
+{
+    std::string name;
+    std::string value;
+    std::string defaultValue;
+    std::string help;
+    std::string group;
+};
+
+/** All options in the order of the help, from which the manual page and the shells' completion are made. */
+std::vector<OptionRow> optionRows();
 
 }  // namespace KvNBoardService

@@ -5,7 +5,6 @@
 
 #include "platform/service/Interfaces.h"
 #include "platform/service/Random.h"
-#include "platform/service/Rpcbind.h"
 #include "tools/kvboardd/Log.h"
 
 namespace KvNBoardService {
@@ -155,8 +154,8 @@ bool Service::listen(int index, Unit& unit, std::string& problem)
     const std::uint16_t wanted = isAny || m_options.port != 0 ? m_options.port : m_tcpPort;
     const int tcp = m_server.listenTcp(index, address, wanted);
     if (tcp == 0) {
-        problem = who + ": cannot listen on " + addressText(address) + " port " + std::to_string(wanted) + ": " +
-                  m_server.lastError();
+        problem = who + ": cannot listen on " + addressText(address) +
+                  (wanted == 0 ? "" : " port " + std::to_string(wanted)) + ": " + m_server.lastError();
         return false;
     }
     m_tcpPort = m_server.port(tcp);
@@ -200,27 +199,24 @@ bool Service::listenMapper(int index, Unit& unit, std::string& problem)
 
 bool Service::registerAll(std::string& problem)
 {
+    m_rpcbind = std::make_unique<KvNService::Rpcbind>();
     std::string ignored;
     // What a service that was killed left registered would make rpcbind refuse.
-    KvNService::unsetRpcbind(InventoryService::program, InventoryService::version, ignored);
-    KvNService::unsetRpcbind(DeviceAccessService::program, DeviceAccessService::version, ignored);
+    m_rpcbind->unset(InventoryService::program, InventoryService::version, ignored);
+    m_rpcbind->unset(DeviceAccessService::program, DeviceAccessService::version, ignored);
     const auto tcp = static_cast<KvUInt32>(PortMapper::Protocol::Tcp);
     const auto udp = static_cast<KvUInt32>(PortMapper::Protocol::Udp);
-    m_isRegistered = true;
-    return KvNService::setRpcbind({InventoryService::program, InventoryService::version, tcp, m_tcpPort}, problem) &&
-           KvNService::setRpcbind({DeviceAccessService::program, DeviceAccessService::version, tcp, m_tcpPort},
-                                  problem) &&
-           KvNService::setRpcbind({DeviceAccessService::program, DeviceAccessService::version, udp, m_udpPort},
-                                  problem);
+    return m_rpcbind->set({InventoryService::program, InventoryService::version, tcp, m_tcpPort}, problem) &&
+           m_rpcbind->set({DeviceAccessService::program, DeviceAccessService::version, tcp, m_tcpPort}, problem) &&
+           m_rpcbind->set({DeviceAccessService::program, DeviceAccessService::version, udp, m_udpPort}, problem);
 }
 
 void Service::unregisterAll()
 {
-    if (!std::exchange(m_isRegistered, false))
-        return;
+    const std::unique_ptr<KvNService::Rpcbind> rpcbind = std::move(m_rpcbind);
     std::string problem;
-    if (!KvNService::unsetRpcbind(InventoryService::program, InventoryService::version, problem) ||
-        !KvNService::unsetRpcbind(DeviceAccessService::program, DeviceAccessService::version, problem))
+    if (rpcbind && (!rpcbind->unset(InventoryService::program, InventoryService::version, problem) ||
+                    !rpcbind->unset(DeviceAccessService::program, DeviceAccessService::version, problem)))
         log(problem);
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/oncrpc/RpcServer.h"
+#include "platform/service/Rpcbind.h"
 #include "tools/kvboardd/Board.h"
 #include "tools/kvboardd/DeviceAccessService.h"
 #include "tools/kvboardd/InventoryService.h"
@@ -74,7 +75,7 @@ private:
     std::uint16_t m_tcpPort = 0;  ///< of the board that began to listen last
     std::uint16_t m_udpPort = 0;
     std::set<KvUInt32> m_broadcasts;
-    bool m_isRegistered = false;
+    std::unique_ptr<KvNService::Rpcbind> m_rpcbind;  ///< while the boards are registered
     std::map<KvUInt64, Protection> m_protected;
     KvUInt64 m_timer = 0;
 };

@@ -8,8 +8,10 @@
 
 #include "tools/kvboardd/Board.h"
 #include "tools/kvboardd/BoardFile.h"
+#include "tools/kvboardd/HostInventory.h"
 #include "tools/kvboardd/Log.h"
 #include "tools/kvboardd/Options.h"
+#include "tools/kvboardd/Rights.h"
 #include "tools/kvboardd/Service.h"
 #include "tools/kvboardd/Store.h"
 
@@ -19,11 +21,22 @@ using namespace KvNBoardService;
 
 constexpr KvUInt32 allAddresses = 0;
 
+/** Who the boards are that the command line names. */
+bool describeBoards(const Options& options, std::vector<BoardDescription>& descriptions, std::string& problem)
+{
+    if (!options.host)
+        return readBoardFile(options.boards, descriptions, problem);
+    const KvNMachine::Machine machine = KvNMachine::readMachine("/", KvNMachine::interfaceAddresses());
+    descriptions.emplace_back();
+    descriptions.back().address = options.address;
+    return describeHost(machine, options.serial, descriptions.back(), problem);
+}
+
 /** The boards that the command line names, with the values that were written to them before. */
 bool loadBoards(const Options& options, std::vector<std::unique_ptr<Board>>& boards, std::string& problem)
 {
     std::vector<BoardDescription> descriptions;
-    if (!readBoardFile(options.boards, descriptions, problem))
+    if (!describeBoards(options, descriptions, problem))
         return false;
     for (BoardDescription& description : descriptions) {
         const std::string who = "board " + std::to_string(description.serialNumber);
@@ -52,14 +65,19 @@ bool loadBoards(const Options& options, std::vector<std::unique_ptr<Board>>& boa
 int serve(const Options& options)
 {
     std::string problem;
+    Rights rights;
     std::vector<std::unique_ptr<Board>> boards;
-    if (!loadBoards(options, boards, problem)) {
+    if (!chooseRights(options, rights, problem) || !loadBoards(options, boards, problem)) {
         log(problem);
         return 1;
     }
     const std::size_t count = boards.size();
+    std::vector<std::string> folders;
+    if (!options.state.empty())
+        for (const std::unique_ptr<Board>& board : boards)
+            folders.push_back(options.state + "/" + std::to_string(board->serialNumber()));
     Service service(options, std::move(boards));
-    if (!service.start(problem)) {
+    if (!service.start(problem) || !takeRights(rights, folders, problem)) {
         log(problem);
         return 1;
     }

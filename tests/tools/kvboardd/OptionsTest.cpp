@@ -19,6 +19,8 @@ TEST(OptionsTest, LimitsHaveTheirDefaults)
     const CommandLine line = read({"--boards", "b.json"});
     ASSERT_TRUE(line.proceed) << line.text;
     EXPECT_EQ(line.options.boards, "b.json");
+    EXPECT_FALSE(line.options.host);
+    EXPECT_FALSE(line.options.user.has_value());
     EXPECT_EQ(line.options.state, "");
     EXPECT_EQ(line.options.portMapper, 0);
     EXPECT_EQ(line.options.port, 0);
@@ -99,12 +101,50 @@ TEST(OptionsTest, EverythingCanBeSet)
     EXPECT_EQ(line.options.wrongIdSeconds, 13u);
 }
 
+TEST(OptionsTest, TheMachineItselfIsABoard)
+{
+    const CommandLine plain = read({"--host"});
+    ASSERT_TRUE(plain.proceed) << plain.text;
+    EXPECT_TRUE(plain.options.host);
+    EXPECT_EQ(plain.options.boards, "");
+    EXPECT_FALSE(plain.options.serial.has_value());
+    EXPECT_EQ(plain.options.address, 0x7F000001u);
+    const CommandLine full = read({"--host", "--serial", "4294967295", "--address", "10.1.2.3", "--user", "inventory"});
+    ASSERT_TRUE(full.proceed) << full.text;
+    EXPECT_EQ(full.options.serial, 4294967295u);
+    EXPECT_EQ(full.options.address, 0x0A010203u);
+    EXPECT_EQ(full.options.user, "inventory");
+    EXPECT_EQ(read({"--host", "--serial", "0"}).options.serial, 0u);
+}
+
+TEST(OptionsTest, TheBoardsAndTheMachineExcludeEachOther)
+{
+    const auto refuses = [](const std::vector<const char*>& arguments, const char* reason) {
+        const CommandLine line = read(arguments);
+        EXPECT_EQ(line.status, 2);
+        EXPECT_NE(line.text.find(reason), std::string::npos) << line.text;
+    };
+    refuses({}, "--boards FILE or --host is required");
+    refuses({"--host", "--boards", "b"}, "--host excludes --boards");
+    refuses({"--boards", "b", "--serial", "1"}, "--serial requires --host");
+    refuses({"--boards", "b", "--address", "127.0.0.1"}, "--address requires --host");
+    refuses({"--host", "--serial", "4294967296"}, "--serial");
+    refuses({"--host", "--serial", "-1"}, "--serial");
+    refuses({"--host", "--serial", "x"}, "--serial");
+    for (const char* address : {"", "localhost", "127.0.0", "127.0.0.1.1", "127.0.0.256", "127.0.0.01", "::1"})
+        refuses({"--host", "--address", address}, "is not an IPv4 address such as 127.0.0.11");
+}
+
 TEST(OptionsTest, TheHelpListsEveryOption)
 {
     const CommandLine line = read({"--help"});
     EXPECT_FALSE(line.proceed);
     EXPECT_EQ(line.status, 0);
     for (const char* option : {"--boards",
+                               "--host",
+                               "--serial",
+                               "--address",
+                               "--user",
                                "--state",
                                "--portmap",
                                "--rpcbind",

@@ -590,7 +590,7 @@ TEST_F(ProcessTest, WhatCannotBeServedIsSaidAndEndsTheProgram)
         EXPECT_EQ(process.wait(), status);
         EXPECT_NE(process.log().find(text), std::string::npos) << process.log();
     };
-    fails({}, 2, "--boards is required");
+    fails({}, 2, "--boards FILE or --host is required");
     fails({"--boards", m_folder.path("none")}, 1, m_folder.path("none") + ": cannot be opened");
     m_folder.write("all.json",
                    R"({"format": "korvel-board", "version": 1, "boards": [{"serialNumber": 1, "address": "0.0.0.0",
@@ -600,7 +600,7 @@ TEST_F(ProcessTest, WhatCannotBeServedIsSaidAndEndsTheProgram)
                    R"({"format": "korvel-board", "version": 1, "boards": [{"serialNumber": 1, "address": "192.0.2.1",
                        "tree": {"id": "HCN"}}]})");
     fails({"--boards", m_folder.path("away.json")}, 1,
-          "board 1: cannot listen on 192.0.2.1 port 0: the address is not one of this machine");
+          "board 1: cannot listen on 192.0.2.1: the address is not one of this machine");
     m_folder.write("file", "");
     fails({"--boards", m_folder.path("boards.json"), "--state", m_folder.path("file")}, 1, "cannot open the folder");
     start({"--state", m_folder.path("state")});
