@@ -128,6 +128,22 @@ std::string csvLine(const std::vector<std::string>& fields)
     return out;
 }
 
+std::string forManual(std::string_view text)
+{
+    std::string out;
+    for (const char c : text) {
+        if (c == '\\')
+            out += "\\e";
+        else if (c == '-')
+            out += "\\-";
+        else
+            out += c;
+    }
+    if (!out.empty() && (out[0] == '.' || out[0] == '\''))
+        out.insert(0, "\\&");
+    return out;
+}
+
 std::string nearest(std::string_view word, const std::vector<std::string>& candidates)
 {
     constexpr std::size_t longest = 64;

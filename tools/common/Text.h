@@ -20,6 +20,9 @@ std::string csvField(std::string_view text);
 /** A line of CSV with its line break. */
 std::string csvLine(const std::vector<std::string>& fields);
 
+/** A text as man takes it: hyphens that stay hyphens, no line that looks like a request. */
+std::string forManual(std::string_view text);
+
 /** Which of `candidates` is likely meant by `word`; empty when none is near. */
 std::string nearest(std::string_view word, const std::vector<std::string>& candidates);
 

@@ -1,3 +1,4 @@
+#include "tools/common/Text.h"
 #include "tools/kvinv/CommandLine.h"
 
 namespace {
@@ -87,28 +88,11 @@ std::string programHelp()
     return out + "\nkvinv COMMAND --help says more about a command.\n";
 }
 
-/** A text as man takes it: hyphens that stay hyphens, no line that looks like a request. */
-std::string forMan(std::string_view text)
-{
-    std::string out;
-    for (const char c : text) {
-        if (c == '\\')
-            out += "\\e";
-        else if (c == '-')
-            out += "\\-";
-        else
-            out += c;
-    }
-    if (!out.empty() && (out[0] == '.' || out[0] == '\''))
-        out.insert(0, "\\&");
-    return out;
-}
-
 std::string manOptions(const std::vector<const OptionRow*>& rows)
 {
     std::string out;
     for (const OptionRow* row : rows)
-        out += ".TP\n.B " + forMan(optionTitle(*row)) + "\n" + forMan(row->help) + "\n";
+        out += ".TP\n.B " + KvNText::forManual(optionTitle(*row)) + "\n" + KvNText::forManual(row->help) + "\n";
     return out;
 }
 
@@ -122,15 +106,16 @@ std::string helpText(const CommandRow* command)
 std::string manualText()
 {
     std::string out = ".TH KVINV 1 \"\" \"Korvel Inventory\" \"User commands\"\n.SH NAME\nkvinv \\- ";
-    out += forMan(purpose) + "\n.SH SYNOPSIS\n.B kvinv\n[OPTION ...] COMMAND [OPTION ...] [ARGUMENT ...]\n";
-    out += ".SH DESCRIPTION\n" + forMan(selection) + "\n.SH COMMANDS\n";
+    out += KvNText::forManual(purpose) + "\n.SH SYNOPSIS\n.B kvinv\n[OPTION ...] COMMAND [OPTION ...] [ARGUMENT ...]\n";
+    out += ".SH DESCRIPTION\n" + KvNText::forManual(selection) + "\n.SH COMMANDS\n";
     for (const CommandRow& command : commands()) {
-        out +=
-            ".SS " + forMan(usage(command)) + "\n" + forMan(command.description) + "\n" + manOptions(command.options);
-        out += ".TP\nExample:\n.B " + forMan(command.example) + "\n.br\n" + forMan(command.exampleMeaning) + "\n";
+        out += ".SS " + KvNText::forManual(usage(command)) + "\n" + KvNText::forManual(command.description) + "\n" +
+               manOptions(command.options);
+        out += ".TP\nExample:\n.B " + KvNText::forManual(command.example) + "\n.br\n" +
+               KvNText::forManual(command.exampleMeaning) + "\n";
     }
     out += ".SH OPTIONS\n" + manOptions(commonOptions());
-    return out + ".SH EXIT STATUS\n" + forMan(statuses) + "\n";
+    return out + ".SH EXIT STATUS\n" + KvNText::forManual(statuses) + "\n";
 }
 
 std::string completionText()
