@@ -5,7 +5,7 @@
 set -eu
 case=$1 kvinv=$2/kvinv/kvinv kvboardd=$2/kvboardd/kvboardd samples=$3
 
-skip() { echo "skipped: $*"; exit 77; }
+. "${0%/*}/lab.sh"
 
 if [ -z "${KV_IN_NAMESPACE:-}" ]; then
     command -v unshare >/dev/null || skip "unshare is not installed"
@@ -34,22 +34,12 @@ finish() {
 }
 trap finish EXIT
 
-fail() { echo "failed: $*"; exit 1; }
 startBoards() {
     mkfifo "$work/ready"
     "$kvboardd" --boards "$samples/rack-boards.json" --state "$work/state" "$@" >"$work/ready" 2>"$work/kvboardd.log" &
     started="$started $!"
     read -r line <"$work/ready" || fail "the service did not start"
     [ "$line" = "ready: 8 boards" ] || fail "the service said: $line"
-}
-# Waits until the command succeeds, a minute at most.
-until_() {
-    tries=0
-    until "$@" >/dev/null 2>&1; do
-        tries=$((tries + 1))
-        [ "$tries" -lt 600 ] || fail "never succeeded: $*"
-        sleep 0.1
-    done
 }
 boards=127.0.0.11,127.0.0.12,127.0.0.13,127.0.0.14,127.0.0.15,127.0.0.16,127.0.0.17,127.0.0.18
 

@@ -1,0 +1,190 @@
+#!/usr/bin/env python3
+"""What changing a board costs, measured with the programs as people run them: put, update, and a holder that dies.
+
+    bench/BoardBench.py BUILD/tools SAMPLES [--folder DIR] [--runs N] [--mebibytes N]
+
+Everything runs on loopback in a network namespace of its own. The files lie in DIR (default: the current folder), which
+should be on the disk that is meant.
+
+put        kvinv put of a file of random bytes, from the start of the program to its end, against a plain copy of the same
+           file through one socket: the sender uses sendfile, the receiver takes 1 MiB at a time, writes, checksums with
+           zlib.crc32 and syncs before it answers. The two take turns; both write to DIR.
+update     kvinv update, from the start of the program to its end, less the board's own --update-seconds.
+dead lock  from kill -9 of the holder, right after its lock was granted or kept, until another client has got the lock.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import zlib
+
+ADDRESS = "127.0.0.11"
+MAPPER = "10111"
+CHUNK = 1 << 20
+
+
+class Service:
+    """kvboardd with the one board HCN[4711] at ADDRESS."""
+
+    def __init__(self, tools, samples, folder, *options):
+        boards = {"format": "korvel-board", "version": 1,
+                  "boards": [{"serialNumber": 4711, "boardType": 6003, "boardName": "IO-1", "systemName": "Rack A",
+                              "address": ADDRESS, "tree": str(samples / "single-board.json")}]}
+        (folder / "boards.json").write_text(json.dumps(boards))
+        self.process = subprocess.Popen(
+            [tools / "kvboardd/kvboardd", "--boards", folder / "boards.json", "--portmap", MAPPER,
+             "--state", folder / "state", *options],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        if not self.process.stdout.readline().startswith("ready"):
+            sys.exit("kvboardd did not start")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.process.wait()
+
+
+class Client:
+    def __init__(self, tools):
+        self.program = tools / "kvinv/kvinv"
+        self.environment = dict(os.environ, KVDAL_PORTMAP_PORT=MAPPER)
+
+    def command(self, command, *arguments):
+        return [self.program, command, "--ip", ADDRESS, *arguments]
+
+    def run(self, command, *arguments):
+        """The seconds it took and what it printed."""
+        began = time.monotonic()
+        done = subprocess.run(self.command(command, *arguments), env=self.environment, capture_output=True, text=True)
+        took = time.monotonic() - began
+        if done.returncode != 0:
+            sys.exit(f"kvinv {command} failed: {done.stderr}")
+        return took, done.stdout
+
+    def start(self, command, *arguments):
+        return subprocess.Popen(self.command(command, *arguments), env=self.environment, stdout=subprocess.PIPE,
+                                stderr=subprocess.DEVNULL, text=True)
+
+    def succeeds(self, command, *arguments):
+        return subprocess.run(self.command(command, *arguments), env=self.environment,
+                              capture_output=True).returncode == 0
+
+
+def receive(listener, target):
+    connection, _ = listener.accept()
+    checksum = 0
+    with connection, open(target, "wb") as file:
+        while data := connection.recv(CHUNK):
+            file.write(data)
+            checksum = zlib.crc32(data, checksum)
+        file.flush()
+        os.fsync(file.fileno())
+        connection.sendall(checksum.to_bytes(4, "big"))
+
+
+def plain_copy(source, target):
+    with socket.create_server((ADDRESS, 0)) as listener:
+        receiver = threading.Thread(target=receive, args=(listener, target))
+        receiver.start()
+        began = time.monotonic()
+        with socket.create_connection(listener.getsockname()) as connection, open(source, "rb") as file:
+            connection.sendfile(file)
+            connection.shutdown(socket.SHUT_WR)
+            answer = connection.recv(4)
+        took = time.monotonic() - began
+        receiver.join()
+    if len(answer) != 4:
+        sys.exit("the plain copy failed")
+    target.unlink()
+    return took
+
+
+def summary(values, unit, scale=1.0):
+    values = [value * scale for value in values]
+    return (f"median {statistics.median(values):.2f} {unit} "
+            f"({min(values):.2f} to {max(values):.2f}, {len(values)} runs)")
+
+
+def measure_put(tools, samples, folder, runs, mebibytes):
+    source = folder / "source"
+    with open(source, "wb") as file:
+        for _ in range(mebibytes):
+            file.write(os.urandom(CHUNK))
+    client = Client(tools)
+    puts, copies = [], []
+    with Service(tools, samples, folder):
+        for _ in range(runs):
+            took, name = client.run("put", "HCN[4711]", str(source))
+            puts.append(mebibytes / took)
+            client.run("rm", "HCN[4711]", name.strip())
+            copies.append(mebibytes / plain_copy(source, folder / "copy"))
+    print(f"put of {mebibytes} MiB: {summary(puts, 'MiB/s')}")
+    print(f"plain socket copy: {summary(copies, 'MiB/s')}")
+    print(f"ratio of the medians: {statistics.median(puts) / statistics.median(copies):.2f}")
+
+
+def measure_update(tools, samples, folder, runs):
+    seconds = 1
+    client = Client(tools)
+    beyond = []
+    with Service(tools, samples, folder, "--update-seconds", str(seconds)):
+        for _ in range(runs):
+            took, _ = client.run("update", "--force", "HCN[4711]/FIRMWARE", str(samples / "firmware-image.bin"))
+            beyond.append(took - seconds)
+    print(f"update beyond the board's own {seconds} s: {summary(beyond, 'ms', 1000)}")
+
+
+def measure_dead_lock(tools, samples, folder, runs, lease):
+    client = Client(tools)
+    free = []
+    with Service(tools, samples, folder, "--lease-seconds", str(lease)):
+        for _ in range(runs):
+            holder = client.start("lock", "HCN[4711]", "--", "sh", "-c", "echo $$; exec sleep 1000")
+            child = int(holder.stdout.readline())
+            began = time.monotonic()
+            holder.send_signal(signal.SIGKILL)
+            holder.wait()
+            os.kill(child, signal.SIGKILL)
+            while not client.succeeds("lock", "HCN[4711]", "--", "true"):
+                time.sleep(0.005)
+            free.append(time.monotonic() - began)
+    print(f"lock of a dead holder free, lease of {lease} s: {summary(free, 's')}")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("tools", type=pathlib.Path)
+    parser.add_argument("samples", type=pathlib.Path)
+    parser.add_argument("--folder", type=pathlib.Path, default=pathlib.Path.cwd())
+    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--mebibytes", type=int, default=300)
+    arguments = parser.parse_args()
+    if "KV_OWN_NETWORK" not in os.environ:
+        os.environ["KV_OWN_NETWORK"] = "1"
+        os.execvp("unshare", ["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$@"', "sh", sys.executable,
+                              *sys.argv])
+    tools, samples = arguments.tools.resolve(), arguments.samples.resolve()
+    folder = pathlib.Path(tempfile.mkdtemp(dir=arguments.folder))
+    try:
+        measure_put(tools, samples, folder, arguments.runs, arguments.mebibytes)
+        measure_update(tools, samples, folder, arguments.runs)
+        for lease, runs in ((2, arguments.runs), (20, 2)):
+            measure_dead_lock(tools, samples, folder, runs, lease)
+    finally:
+        shutil.rmtree(folder)
+
+
+if __name__ == "__main__":
+    main()
