@@ -1,14 +1,11 @@
 #include <memory>
 
-#include "FakeDeviceAccess.h"
-#include "ManagerTest.h"
-#include "tests/support/CapturedOutput.h"
+#include "RecordedAccess.h"
 
 /* What the manager asks of the device access library, call by call, and what it makes of every failure of it. */
 
 namespace {
 
-using Calls = std::vector<std::string>;
 using Handle = std::unique_ptr<KvCInventoryRootHandle>;
 constexpr KvUInt32 Reported = FakeDeviceAccess::Reported;
 
@@ -197,33 +194,6 @@ TEST_F(DeviceAccessUse, hasNoClientWhenAnyStepToItFails)
         EXPECT_EQ(last, fake.calls.back());
         EXPECT_EQ(nullptr, fake.client);
     }
-}
-
-TEST_F(DeviceAccessUse, deletesALockHandleThatGetsNoLevel)
-{
-    const Handle handle = byMask();
-    const KvCInventoryAddress address = KvNInventoryIDs::HCN[100];
-    void* lock = nullptr;
-    taken();
-    fake.failures["createAccessRestrictionHandle"] = 9;
-    EXPECT_EQ(-1, manager.lock(errors, handle.get(), address, 2, lock));
-    EXPECT_EQ((Codes{Reported, 0x160081E}), codesOf(errors));
-    EXPECT_EQ(Calls{"createAccessRestrictionHandle"}, taken());
-
-    fake.failures = {{"requestAccessRestrictionLevel", 9}};
-    errors.clear();
-    EXPECT_EQ(-1, manager.lock(errors, handle.get(), address, 2, lock));
-    EXPECT_EQ((Codes{Reported, 0x160081F}), codesOf(errors));
-    EXPECT_EQ((Calls{"createAccessRestrictionHandle", "requestAccessRestrictionLevel 0 2",
-                     "deleteAccessRestrictionHandle 2"}),
-              taken());
-    EXPECT_EQ(nullptr, lock);
-
-    fake.failures = {{"deleteAccessRestrictionHandle", 9}};
-    errors.clear();
-    EXPECT_EQ(0, manager.lock(errors, handle.get(), address, 1, lock));
-    EXPECT_EQ(-1, manager.unlock(errors, lock));
-    EXPECT_EQ((Codes{Reported, 0x1600821}), codesOf(errors));
 }
 
 TEST_F(DeviceAccessUse, printsWhatItReads)

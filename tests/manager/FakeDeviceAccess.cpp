@@ -196,7 +196,10 @@ KvInt32 KvDAL_putFileU(KvCErrorListPool& errors, void* reserved, void* transfer,
     const KvInt32 result = note(errors, "putFileU",
                                 number(serialOf(reserved)) + " " + number(serialOf(transfer)) + " " + path + " '" +
                                     directory + "' '" + fileName + "'");
-    for (const unsigned int value : FakeDeviceAccess::instance().progress)
+    FakeDeviceAccess& fake = FakeDeviceAccess::instance();
+    fake.progressFunction = progress;
+    fake.progressContext = context;
+    for (const unsigned int value : fake.progress)
         progress(value, context);
     return result;
 }

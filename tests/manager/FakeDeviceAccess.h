@@ -28,6 +28,8 @@ struct FakeDeviceAccess
     /** Lock and transfer handles that were made and not deleted. */
     int openLocks = 0;
     int openTransfers = 0;
-    /** What putFileU hands to its progress callback before it succeeds or fails. */
+    /** What putFileU hands to its progress callback before it succeeds or fails, and what it was called with. */
     std::vector<unsigned int> progress;
+    void (*progressFunction)(unsigned int, void*) = nullptr;
+    void* progressContext = nullptr;
 };

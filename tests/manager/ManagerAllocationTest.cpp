@@ -2,9 +2,9 @@
 #include <set>
 #include <utility>
 
+#include "EachAllocation.h"
 #include "ManagerTest.h"
 #include "tests/support/CapturedOutput.h"
-#include "tests/support/FailingAllocation.h"
 
 /* Memory that is out at any point: an operation reports it, or does what it should all the same. */
 
@@ -13,33 +13,7 @@ namespace {
 class WithoutMemory : public OneBoard
 {
 protected:
-    /** Fails the 1st, the 2nd ... allocation of `operation` until it needs no more; each time it fails and says so, or
-        succeeds. `operation` gives its result, and cleans up after itself. */
-    void eachFails(const std::function<long(KvCErrorListPool&)>& operation)
-    {
-        for (const bool lasting : {false, true}) {
-            std::size_t number = 1;
-            for (;; ++number) {
-                KvCErrorListPool reported;
-                bool failed = false;
-                long result = 0;
-                {
-                    const FailingAllocation failing(number, lasting);
-                    result = operation(reported);
-                    failed = failing.hasFailed();
-                }
-                EXPECT_EQ(result != 0, reported.getErrorCount() != 0) << number;
-                for (const KvUInt32 code : codesOf(reported))
-                    seen.insert(code);
-                if (!failed) {
-                    EXPECT_EQ(0, result);
-                    break;
-                }
-            }
-            EXPECT_LT(1u, number) << "the operation takes memory";
-        }
-        KvCErrorManager::getMasterErrorList().clear();
-    }
+    void eachFails(const std::function<long(KvCErrorListPool&)>& operation) { eachAllocationFails(operation, seen); }
 
     CapturedOutput output;
     /** Every code that was reported. */

@@ -61,6 +61,7 @@ public:
     KV_PROBE(marshalInventoryAddress)
     KV_PROBE(getHcnHandle)
     KV_PROBE(getRPCClient)
+    KV_PROBE(checkAuthority)
 #undef KV_PROBE
     static KvCString getHcnInfo(void* deviceHandle)
     {
