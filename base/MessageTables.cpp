@@ -4,39 +4,25 @@
 
 namespace {
 
-#define KV_MESSAGE(range, index, name, argTypes, text) {range, index, argTypes, text},
-struct CompositeRows
-{
-    static constexpr KvUInt32 base = 0x600000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "base/messages/Composite.def"
-    };
-};
+#define KV_ROWS CompositeRows
+#define KV_ROWS_BASE 0x600000
+#define KV_ROWS_FILE "base/messages/Composite.def"
+#include "platform/errorhandling/MessageRows.inc"
 
-struct StreamRows
-{
-    static constexpr KvUInt32 base = 0xa00000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "base/messages/Stream.def"
-    };
-};
+#define KV_ROWS StreamRows
+#define KV_ROWS_BASE 0xa00000
+#define KV_ROWS_FILE "base/messages/Stream.def"
+#include "platform/errorhandling/MessageRows.inc"
 
-struct InventoryRows
-{
-    static constexpr KvUInt32 base = 0x1300000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "base/messages/Inventory.def"
-    };
-};
+#define KV_ROWS InventoryRows
+#define KV_ROWS_BASE 0x1300000
+#define KV_ROWS_FILE "base/messages/Inventory.def"
+#include "platform/errorhandling/MessageRows.inc"
 
-struct ManagerRows
-{
-    static constexpr KvUInt32 base = 0x1600000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "base/messages/Manager.def"
-    };
-};
-#undef KV_MESSAGE
+#define KV_ROWS ManagerRows
+#define KV_ROWS_BASE 0x1600000
+#define KV_ROWS_FILE "base/messages/Manager.def"
+#include "platform/errorhandling/MessageRows.inc"
 
 using Composite = KvNMessageTable::Table<CompositeRows, 1>;
 using Stream = KvNMessageTable::Table<StreamRows>;

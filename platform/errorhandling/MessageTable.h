@@ -6,18 +6,10 @@
 
 /**
  * Turns the rows of a `.def` file of messages into the record that KvCErrorManager::registerMessages takes; all of it
- * is done, and checked, by the compiler. A catalogue is a structure like this one:
+ * is done, and checked, by the compiler. A catalogue is a structure with `base`, the first code of its table, and
+ * `rows`, which MessageRows.inc makes from a file:
  *
- *     struct Rows
- *     {
- *         static constexpr KvUInt32 base = 0x600000;
- *         static constexpr KvNMessageTable::Row rows[] = {
- *     #define KV_MESSAGE(range, index, name, argTypes, text) {range, index, argTypes, text},
- *     #include "base/messages/Composite.def"
- *     #undef KV_MESSAGE
- *         };
- *     };
- *     constexpr KvResText record = KvNMessageTable::Table<Rows>::record();
+ *     constexpr KvResText record = KvNMessageTable::Table<CompositeRows>::record();
  */
 namespace KvNMessageTable {
 

@@ -4,39 +4,25 @@
 
 namespace {
 
-#define KV_MESSAGE(range, index, name, argTypes, text) {range, index, argTypes, text},
-struct ErrorHandlingRows
-{
-    static constexpr KvUInt32 base = 0x000000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "platform/errorhandling/messages/ErrorHandling.def"
-    };
-};
+#define KV_ROWS ErrorHandlingRows
+#define KV_ROWS_BASE 0x000000
+#define KV_ROWS_FILE "platform/errorhandling/messages/ErrorHandling.def"
+#include "platform/errorhandling/MessageRows.inc"
 
-struct RpcClientRows
-{
-    static constexpr KvUInt32 base = 0x100000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "platform/errorhandling/messages/RpcClient.def"
-    };
-};
+#define KV_ROWS RpcClientRows
+#define KV_ROWS_BASE 0x100000
+#define KV_ROWS_FILE "platform/errorhandling/messages/RpcClient.def"
+#include "platform/errorhandling/MessageRows.inc"
 
-struct DeviceAccessRows
-{
-    static constexpr KvUInt32 base = 0x200000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "platform/errorhandling/messages/DeviceAccess.def"
-    };
-};
+#define KV_ROWS DeviceAccessRows
+#define KV_ROWS_BASE 0x200000
+#define KV_ROWS_FILE "platform/errorhandling/messages/DeviceAccess.def"
+#include "platform/errorhandling/MessageRows.inc"
 
-struct BoardServiceRows
-{
-    static constexpr KvUInt32 base = 0x300000;
-    static constexpr KvNMessageTable::Row rows[] = {
-#include "platform/errorhandling/messages/BoardService.def"
-    };
-};
-#undef KV_MESSAGE
+#define KV_ROWS BoardServiceRows
+#define KV_ROWS_BASE 0x300000
+#define KV_ROWS_FILE "platform/errorhandling/messages/BoardService.def"
+#include "platform/errorhandling/MessageRows.inc"
 
 }  // namespace
 
