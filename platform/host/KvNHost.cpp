@@ -9,9 +9,12 @@
 
 #if defined(_WIN32)
 #include <io.h>
+#define WIN32_LEAN_AND_MEAN
 #include <process.h>
+#include <windows.h>
 #else
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +24,8 @@ extern char** environ;
 namespace KvNHost {
 
 namespace {
+
+constexpr unsigned usualColumns = 80;
 
 void (*g_interrupted)(int signal) = nullptr;
 
@@ -41,6 +46,15 @@ bool wasBrokenPipe()
 bool isTerminal(std::FILE* stream)
 {
     return _isatty(_fileno(stream)) != 0;
+}
+
+unsigned terminalColumns(std::FILE* stream)
+{
+    CONSOLE_SCREEN_BUFFER_INFO info;
+    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+    if (GetConsoleScreenBufferInfo(handle, &info) == 0 || info.srWindow.Right < info.srWindow.Left)
+        return usualColumns;
+    return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left) + 1;
 }
 
 void survivePipes() {}
@@ -142,6 +156,12 @@ int waitFor(pid_t child)
 bool isTerminal(std::FILE* stream)
 {
     return isatty(fileno(stream)) == 1;
+}
+
+unsigned terminalColumns(std::FILE* stream)
+{
+    winsize size = {};
+    return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : usualColumns;
 }
 
 void survivePipes()

@@ -13,6 +13,9 @@ namespace KvNHost {
 /** Whether the stream is shown to a person. */
 bool isTerminal(std::FILE* stream);
 
+/** How many characters a line of the stream's terminal takes; 80 when that is not known. */
+unsigned terminalColumns(std::FILE* stream);
+
 /** The value of an environment variable; null when there is none. */
 const char* environment(const char* name);
 

@@ -227,6 +227,7 @@ bool BoardLock::take(const Boards& boards, const KvCInventoryAddress& address)
         if (serial == address.getIndexAt(0))
             return adopt(boards, static_cast<KvUInt32>(serial), static_cast<KvUInt32>(accessId));
     }
+    Interruption::expectGivingBack();
     KvCErrorListPool errors;
     const long result =
         KvCInventoryManager::getInstance().lock(errors, boards.handle(), address, KvNDeviceAccess::Modify, m_lock);
@@ -249,6 +250,7 @@ bool BoardLock::release()
 {
     if (m_lock == nullptr)
         return true;
+    Interruption::giveBack();
     KvCErrorListPool errors;
     long result = 0;
     if (m_adopted)

@@ -18,5 +18,7 @@ CommandLine parseCommandLine(int count, char** arguments);
 std::string helpText(const CommandRow* command);
 /** The manual page, in the language of man. */
 std::string manualText();
-/** What makes bash complete commands and options. */
-std::string completionText();
+/** What makes bash complete commands, options and arguments. */
+std::string bashCompletion();
+/** The same for zsh. */
+std::string zshCompletion();

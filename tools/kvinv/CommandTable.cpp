@@ -1,3 +1,6 @@
+#include <string>
+
+#include "manager/KvCInventoryManager.h"
 #include "tools/kvinv/Commands.h"
 
 namespace {
@@ -65,6 +68,31 @@ const OptionRow subnet =
     value("--subnet", "MASK", nullptr, "the boards on this host's networks under the mask", &Options::subnet);
 const OptionRow system_ =
     value("--system", "NAME", nullptr, "the boards of the system with this name", &Options::system);
+
+/** The names of the firmware types that there are. */
+const char* firmwareTypes()
+{
+    static const std::string names = [] {
+        std::string list;
+#define KV_FIRMWARE_TYPE(number, wireNumber, name)                                 \
+    if (KvNInventoryManager::FirmwareType{number} != KvNInventoryManager::Invalid) \
+        list += (list.empty() ? "" : " ") + std::string(#name);
+#include "manager/FirmwareTypes.def"
+#undef KV_FIRMWARE_TYPE
+        return list;
+    }();
+    return names.c_str();
+}
+
+const OptionRow firmwareType =
+    value("--type", "TYPE", firmwareTypes(),
+          "what the image replaces, when the last element of ADDRESS does not say it", &Options::firmwareType);
+const OptionRow kind =
+    value("--kind", "N", nullptr, "the kind of update by a number that the board knows, decimal or 0x hexadecimal",
+          &Options::kind);
+const OptionRow force =
+    flag("--force", "leave out this host's checks of section, item and version; the board's remain", &Options::force);
+const OptionRow dryRun = flag("--dry-run", "show what would happen, and change nothing", &Options::dryRun);
 
 }  // namespace
 
@@ -202,6 +230,58 @@ const std::vector<CommandRow>& commands()
          false,
          {&ip, &subnet, &system_},
          runSet},
+        {"put",
+         "ADDRESS LOCAL",
+         "put a file on a board",
+         "Locks the board that ADDRESS names, transfers the local file to it under a name that the board chooses, "
+         "prints that name and unlocks. An interrupted transfer leaves nothing on the board.",
+         "kvinv put HCN[4711] firmware.bin",
+         "the name of the file on the board, for example files/4b1f",
+         2,
+         2,
+         false,
+         {&ip, &subnet, &system_},
+         runPut},
+        {"ls",
+         "ADDRESS",
+         "list the files on a board",
+         "Prints the files that were put on the board that ADDRESS names, with size in bytes and time (UTC) of the "
+         "last "
+         "change, and the room that is left on it.",
+         "kvinv ls HCN[4711]",
+         "the files on the board",
+         1,
+         1,
+         false,
+         {&ip, &subnet, &system_},
+         runLs},
+        {"rm",
+         "ADDRESS REMOTE",
+         "delete a file on a board",
+         "Locks the board that ADDRESS names, deletes the file that put or ls called REMOTE, and unlocks.",
+         "kvinv rm HCN[4711] files/4b1f",
+         "the file is gone from the board",
+         2,
+         2,
+         false,
+         {&ip, &subnet, &system_},
+         runRm},
+        {"update",
+         "ADDRESS IMAGE",
+         "update the firmware of a board",
+         "Shows the version of the item at ADDRESS and that of the firmware image, and refuses an image without "
+         "inventory section, without an item that fits the firmware type, or whose version is not newer. Then locks "
+         "the board, transfers the image, has the board updated with it and follows the update to its end; prints the "
+         "board's errors, deletes the image from the board and unlocks. An interruption ends the transfer; once the "
+         "board is programming it is not interrupted: a second interruption leaves it to itself. With --json the "
+         "result is one object.",
+         "kvinv update HCN[4711]/FIRMWARE firmware.bin",
+         "the board runs the firmware that the image holds",
+         2,
+         2,
+         false,
+         {&ip, &subnet, &system_, &firmwareType, &kind, &force, &dryRun},
+         runUpdate},
         {"lock",
          "ADDRESS -- COMMAND ...",
          "run a command while a board is locked",

@@ -11,6 +11,7 @@
 #include "tools/common/JsonEvents.h"
 #include "tools/common/Text.h"
 #include "tools/kvinv/Options.h"
+#include "tools/kvinv/Progress.h"
 
 namespace {
 
@@ -63,6 +64,8 @@ bool Console::write(std::string_view piece)
 {
     if (m_gone)
         return false;
+    if (m_progress != nullptr && m_outputIsTerminal)
+        m_progress->hide();
     if (!piece.empty() && std::fwrite(piece.data(), 1, piece.size(), stdout) != piece.size()) {
         m_gone = true;
         if (!KvNHost::wasBrokenPipe())
@@ -145,8 +148,30 @@ void Console::note(std::string_view text)
 {
     if (m_quiet || !KvNHost::isTerminal(stderr))
         return;
-    const std::string line = "kvinv: " + KvNText::escaped(text) + "\n";
+    tell("kvinv: " + KvNText::escaped(text) + "\n");
+}
+
+void Console::change(std::string_view text)
+{
+    if (m_quiet || m_json || KvNHost::isTerminal(stderr))
+        return;
+    tell("kvinv: " + KvNText::escaped(text) + "\n");
+}
+
+bool Console::showsProgress() const
+{
+    return !m_quiet && KvNHost::isTerminal(stderr);
+}
+
+void Console::tell(const std::string& line)
+{
+    if (m_progress != nullptr)
+        m_progress->hide();
+    // In order with what stands before it when both streams go to the same place.
+    std::fflush(stdout);
     std::fwrite(line.data(), 1, line.size(), stderr);
+    if (m_progress != nullptr)
+        m_progress->show();
 }
 
 void Console::sent(void* context, bool warning, unsigned code, const char* origin, const char* text)
@@ -185,7 +210,5 @@ void Console::entry(const Entry& entry)
         }
         line += '\n';
     }
-    // In order with what stands before it when both streams go to the same place.
-    std::fflush(stdout);
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    tell(line);
 }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 class KvCErrorList;
+class Progress;
 struct Options;
 
 /** Exit statuses; those of diff are its own. */
@@ -50,6 +51,13 @@ public:
     void report(const KvCErrorList& errors);
     /** One line of how far things are: only for a person who looks, not with -q. */
     void note(std::string_view text);
+    /** One line for a change of state, where no bar shows it: not on a terminal, with -q or with --json. */
+    void change(std::string_view text);
+    /** The bar that has to give way to messages; null for none. It is the caller's. */
+    void setProgress(Progress* progress) { m_progress = progress; }
+    /** Whether a bar is shown, and whether with colours. */
+    bool showsProgress() const;
+    bool errorsHaveColor() const { return m_errorColor; }
 
     /** Around emphasised text of the result; empty without colours. */
     std::string_view bold() const { return m_outputColor ? "\x1b[1m" : ""; }
@@ -71,6 +79,7 @@ public:
 
 private:
     void entry(const Entry& entry);
+    void tell(const std::string& line);
     static void sent(void* context, bool warning, unsigned code, const char* origin, const char* text);
 
     bool m_json;
@@ -79,6 +88,7 @@ private:
     bool m_outputIsTerminal;
     bool m_outputColor = false;
     bool m_errorColor = false;
+    Progress* m_progress = nullptr;
     bool m_gone = false;  // nobody reads the results any more
     std::string m_outputProblem;
 };

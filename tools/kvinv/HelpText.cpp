@@ -117,34 +117,3 @@ std::string manualText()
     out += ".SH OPTIONS\n" + manOptions(commonOptions());
     return out + ".SH EXIT STATUS\n" + KvNText::forManual(statuses) + "\n";
 }
-
-std::string completionText()
-{
-    const auto names = [](const std::vector<const OptionRow*>& rows) {
-        std::string list;
-        for (const OptionRow* row : rows) {
-            const std::string all = row->names;
-            list += " " + all.substr(all.find("--"));
-        }
-        return list;
-    };
-    std::string all;
-    std::string cases;
-    for (const CommandRow& command : commands()) {
-        all += std::string(" ") + command.name;
-        cases += std::string("        ") + command.name + ") own=\"" + names(command.options) + "\" ;;\n";
-    }
-    return "# Completion of kvinv for bash.\n_kvinv()\n{\n    local word=\"${COMP_WORDS[COMP_CWORD]}\" own=\"\" i\n"
-           "    local commands=\"" +
-           all + "\" common=\"" + names(commonOptions()) +
-           "\" command=\"\"\n"
-           "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
-           "        [[ \" $commands \" == *\" ${COMP_WORDS[i]} \"* ]] && { command=\"${COMP_WORDS[i]}\"; break; }\n"
-           "    done\n    case \"$command\" in\n" +
-           cases +
-           "    esac\n"
-           "    if [[ \"$word\" == -* ]]; then\n        COMPREPLY=($(compgen -W \"$own $common\" -- \"$word\"))\n"
-           "    elif [[ -z \"$command\" ]]; then\n        COMPREPLY=($(compgen -W \"$commands\" -- \"$word\"))\n"
-           "    else\n        COMPREPLY=($(compgen -f -- \"$word\"))\n    fi\n}\ncomplete -o filenames -F _kvinv "
-           "kvinv\n";
-}

@@ -13,19 +13,22 @@ namespace Interruption {
 
 namespace {
 
-std::atomic<bool> orderly{false};
-std::atomic<int> received{0};
+std::atomic<int> received{0};   // the last signal
+std::atomic<int> number{0};     // of interruptions
+std::atomic<int> patience{0};   // how many interruptions do not end the process at once
+std::atomic<int> cancelsAt{0};  // the interruption that cancels the calls in progress; 0: none
 
 /** Runs in the context of a signal. */
 void interrupted(int signal)
 {
-    const bool isFirst = received.exchange(signal) == 0;
-    if (orderly && isFirst) {
-        KvCRpcClient::cancelAll();
-        return;
+    received = signal;
+    const int now = ++number;
+    if (now > patience) {
+        KvNFiles::removeUnfinished();
+        KvNHost::endNow(128 + signal);
     }
-    KvNFiles::removeUnfinished();
-    KvNHost::endNow(128 + signal);
+    if (now == cancelsAt)
+        KvCRpcClient::cancelAll();
 }
 
 bool applyTimeout(const std::string& text, Console& console)
@@ -51,12 +54,33 @@ bool begin(const Options& options, Console& console)
 
 void expectOrderlyEnd()
 {
-    orderly = true;
+    patience = 1;
+    cancelsAt = 1;
+}
+
+void expectGivingBack()
+{
+    patience = 2;
+}
+
+void letBoardWork()
+{
+    cancelsAt = 2;
+}
+
+void giveBack()
+{
+    cancelsAt = 0;
 }
 
 bool happened()
 {
-    return received != 0;
+    return number != 0;
+}
+
+int count()
+{
+    return number;
 }
 
 int status(int status, Console& console)

@@ -31,6 +31,12 @@ struct Options
     std::optional<std::string> subnet;
     std::optional<std::string> system;
 
+    // how a board is updated
+    std::optional<std::string> firmwareType;
+    std::optional<std::string> kind;
+    bool force = false;
+    bool dryRun = false;
+
     // what has no name
     std::vector<std::string> arguments;
     /** What stands behind "--"; a command that takes none finds it at the end of `arguments`. */

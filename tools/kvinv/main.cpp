@@ -60,9 +60,17 @@ int main(int count, char** arguments)
 {
     KvNHost::survivePipes();
     // For the build: what is made of the tables of commands and options.
-    const std::string_view wanted = count == 2 ? arguments[1] : "";
-    if (wanted == "--generate-manual" || wanted == "--generate-completion") {
-        const std::string text = wanted == "--generate-manual" ? manualText() : completionText();
+    constexpr struct
+    {
+        const char* option;
+        std::string (*text)();
+    } documents[] = {{"--generate-manual", manualText},
+                     {"--generate-bash-completion", bashCompletion},
+                     {"--generate-zsh-completion", zshCompletion}};
+    for (const auto& document : documents) {
+        if (count != 2 || std::string_view(arguments[1]) != document.option)
+            continue;
+        const std::string text = document.text();
         return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() ? StatusDone : StatusFailed;
     }
     const CommandLine line = parseCommandLine(count, arguments);

@@ -11,8 +11,8 @@ std::string problemOf(const std::vector<std::string>& arguments)
     return ended.err;
 }
 
-const char* const commandNames[] = {"show",     "section", "import", "diff", "ids",  "explain",
-                                    "discover", "scan",    "get",    "set",  "lock", "locks"};
+const char* const commandNames[] = {"show", "section", "import", "diff", "ids", "explain", "discover", "scan",
+                                    "get",  "set",     "put",    "ls",   "rm",  "update",  "lock",     "locks"};
 
 }  // namespace
 
@@ -133,13 +133,15 @@ TEST(CommandLine, EscapesWhatItRepeats)
     EXPECT_EQ(problemOf({"x\x1b[31m\ny"}), "kvinv: unknown command x\\x1b[31m\\ny (kvinv --help says more)\n");
 }
 
-TEST(Documents, TheManualAndTheCompletionKnowEveryCommand)
+TEST(Documents, TheManualAndTheCompletionsKnowEveryCommand)
 {
     const std::string manual = kvinv({"--generate-manual"}).out;
-    const std::string completion = kvinv({"--generate-completion"}).out;
+    const std::string bash = kvinv({"--generate-bash-completion"}).out;
+    const std::string zsh = kvinv({"--generate-zsh-completion"}).out;
     EXPECT_EQ(manual.substr(0, 11), ".TH KVINV 1");
     for (const char* name : commandNames) {
         EXPECT_NE(manual.find(std::string(".SS kvinv ") + name), std::string::npos) << name;
-        EXPECT_NE(completion.find(std::string("        ") + name + ") own="), std::string::npos) << name;
+        EXPECT_NE(bash.find(std::string("        ") + name + ") kv_own="), std::string::npos) << name;
+        EXPECT_NE(zsh.find(std::string("        ") + name + ") kv_own="), std::string::npos) << name;
     }
 }
