@@ -33,4 +33,22 @@ void refuseAccess(KvCErrorListPool& errors, const Call& call, LockTable::Outcome
     }
 }
 
+Authority checkModify(KvCErrorListPool& errors, const Call& call, KvUInt32 accessId, LockTable& locks,
+                      LockTable::Time now, KvUInt32 serialNumber)
+{
+    LockTable::Level level = LockTable::Level::None;
+    Authority authority;
+    authority.outcome = locks.check(now, call.peer, accessId, level);
+    if (authority.outcome != LockTable::Outcome::Granted) {
+        Answer refusal;
+        refuseAccess(errors, call, authority.outcome, accessId, locks.limits(), serialNumber, refusal);
+        authority.slow = refusal.slow;
+        return authority;
+    }
+    authority.mayModify = level == LockTable::Level::Modify;
+    if (!authority.mayModify)
+        KV_REPORT(errors, BoardAccessTooLow, "checkModify", accessId);
+    return authority;
+}
+
 }  // namespace KvNBoardService

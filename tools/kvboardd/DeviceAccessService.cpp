@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/Report.h"
-#include "device_access.h"
+#include "tools/kvboardd/DeviceAccessRecords.h"
 #include "tools/kvboardd/Log.h"
 #include "tools/kvboardd/Wire.h"
 
@@ -13,28 +13,7 @@ namespace KvNBoardService {
 
 namespace {
 
-constexpr std::size_t fieldRoom = 64;
 constexpr std::size_t mostHolders = 64;
-
-KvdaStatus statusOf(LockTable::Outcome outcome)
-{
-    switch (outcome) {
-        case LockTable::Outcome::Granted:
-            return KVDA_OK;
-        case LockTable::Outcome::Locked:
-            return KVDA_LOCKED;
-        case LockTable::Outcome::BadAccess:
-            return KVDA_BAD_ACCESS;
-        case LockTable::Outcome::BadArgument:
-            return KVDA_BAD_ARGUMENT;
-        case LockTable::Outcome::TooMany:
-        case LockTable::Outcome::TooManyWrong:
-            return KVDA_LIMIT;
-        case LockTable::Outcome::NoRandom:
-            return KVDA_IO;
-    }
-    return KVDA_IO;
-}
 
 /** The number that came for an enumeration, which may be none of it. */
 template <class Enumeration>
@@ -53,16 +32,16 @@ LockTable::Level levelOf(int number)
                                    : LockTable::Level::None;
 }
 
-/** A text as generated code takes it, which reads only when it encodes. */
-char* encodable(const std::string& text)
-{
-    return const_cast<char*>(text.c_str());
-}
-
 }  // namespace
 
-DeviceAccessService::DeviceAccessService(const Board& board, LockTable& locks, Clock clock, const Identity& identity)
-    : m_board(board), m_locks(locks), m_clock(std::move(clock)), m_identity(identity)
+DeviceAccessService::DeviceAccessService(const Board& board, LockTable& locks, Files& files, Transfers& transfers,
+                                         Clock clock, const Identity& identity)
+    : m_board(board),
+      m_locks(locks),
+      m_files(files),
+      m_transfers(transfers),
+      m_clock(std::move(clock)),
+      m_identity(identity)
 {}
 
 Answer DeviceAccessService::call(const Call& call)
@@ -80,8 +59,20 @@ Answer DeviceAccessService::call(const Call& call)
             return keepAccess(call);
         case KVDA_RELEASE_ACCESS:
             return releaseAccess(call);
+        case KVDA_PUT_BEGIN:
+            return putBegin(call);
+        case KVDA_PUT_DATA:
+            return putData(call);
+        case KVDA_PUT_END:
+            return putEnd(call);
+        case KVDA_PUT_ABORT:
+            return putAbort(call);
+        case KVDA_DELETE:
+            return deleteFile(call);
         case KVDA_ACCESS_STATE:
             return accessState(call);
+        case KVDA_LIST_FILES:
+            return listFiles(call);
         default:
             return Answer::of(Answer::Kind::ProcedureUnavailable);
     }

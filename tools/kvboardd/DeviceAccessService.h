@@ -1,15 +1,20 @@
 #pragma once
 
+#include <string>
+
 #include "tools/kvboardd/Access.h"
 #include "tools/kvboardd/Board.h"
+#include "tools/kvboardd/Files.h"
 #include "tools/kvboardd/LockTable.h"
 #include "tools/kvboardd/Procedure.h"
+#include "tools/kvboardd/Transfers.h"
 
 namespace KvNBoardService {
 
 /**
- * The device access service of one board (device_access.x): who the board is, and its locks. By datagram only the
- * identification is answered. What it has not is answered as unavailable.
+ * The device access service of one board (device_access.x): who the board is, its locks, and the files put on it, for
+ * which the caller needs a lock of level 2. By datagram only the identification is answered. What it has not is
+ * answered as unavailable.
  */
 class DeviceAccessService
 {
@@ -23,10 +28,12 @@ public:
         KvUInt32 maximumChunk = 1048576;
     };
 
-    /** `board` and `locks` must outlive the service. */
-    DeviceAccessService(const Board& board, LockTable& locks, Clock clock, const Identity& identity);
+    /** All but the clock and the identity must outlive the service. */
+    DeviceAccessService(const Board& board, LockTable& locks, Files& files, Transfers& transfers, Clock clock,
+                        const Identity& identity);
 
-    /** May throw std::bad_alloc. */
+    /** May throw std::bad_alloc. Bytes of files, and their end, are answered later when the disk is to be waited for.
+     */
     Answer call(const Call& call);
 
 private:
@@ -37,8 +44,20 @@ private:
     Answer accessState(const Call& call);
     Answer plainResult(const Call& call, LockTable::Outcome outcome, KvUInt32 accessId);
 
+    // DeviceAccessFiles.cpp
+    Answer putBegin(const Call& call);
+    Answer putData(const Call& call);
+    Answer putEnd(const Call& call);
+    Answer putAbort(const Call& call);
+    Answer deleteFile(const Call& call);
+    Answer listFiles(const Call& call);
+    Authority authorityOf(KvCErrorListPool& errors, const Call& call, KvUInt32 accessId);
+    void logFile(const char* what, const std::string& name, KvUInt32 peer) const;
+
     const Board& m_board;
     LockTable& m_locks;
+    Files& m_files;
+    Transfers& m_transfers;
     Clock m_clock;
     Identity m_identity;
 };

@@ -37,7 +37,15 @@ public:
         NoSpace,
         TooMany,
         NoRandom,  ///< the source gave no usable number
-        Io
+        Io,
+        // of a transfer
+        NoTransfer,
+        OutOfOrder,  ///< a gap, or bytes of which the board has only some
+        OtherData,   ///< bytes that the board has, but with other contents
+        ChunkTooLarge,
+        TooMuchData,  ///< more than was announced
+        Incomplete,   ///< less than was announced
+        OtherChecksum
     };
 
     struct Limits

@@ -14,6 +14,7 @@ constexpr int wrongUsage = 2;
 constexpr unsigned longestSeconds = 86400;
 constexpr unsigned mostConnections = 10000;
 constexpr std::size_t mostBytes = std::size_t(1) << 30;
+constexpr KvUInt64 mostFilesBytes = KvUInt64(1) << 50;
 
 /** Reads an IPv4 address as the board file has it. */
 std::string readAddress(const std::string& text, KvUInt32& address)
@@ -56,8 +57,8 @@ void addService(CLI::App& app, Options& options)
 {
     addBoards(app, options);
     app.add_option("--state", options.state,
-                   "Where written values last, in DIR/SERIAL/inventory.inv; what is there replaces the board file's "
-                   "tree (default: they last as long as the service)")
+                   "Where written values last, in DIR/SERIAL/inventory.inv, and files, in DIR/SERIAL/files; what is "
+                   "there replaces the board file's tree (default: they last as long as the service)")
         ->type_name("DIR");
     app.add_option("--user", options.user,
                    "Become this user, with its group alone, when everything is open (default: nobody when started by "
@@ -89,6 +90,8 @@ void addLimits(CLI::App& app, Options& options)
     };
     limit("--lease-seconds", options.leaseSeconds, 1u, longestSeconds, "N",
           "A lock ends when it is not kept for so long");
+    limit("--update-seconds", options.updateSeconds, 0u, longestSeconds, "N",
+          "How long a simulated update takes before the image is verified");
     limit("--max-locks", options.maximumLocks, 1u, 64u, "N", "Locks at a time");
     limit("--max-wrong-ids", options.wrongIds, 0u, mostConnections, "N",
           "Wrong access IDs of one host, in the time below, before it is answered late");
@@ -97,6 +100,8 @@ void addLimits(CLI::App& app, Options& options)
           "Longest text that is written");
     limit("--max-chunk", options.chunkBytes, std::size_t(1024), std::size_t(1048576), "BYTES",
           "Largest part of a file in one call");
+    limit("--max-files-bytes", options.filesBytes, KvUInt64(0), mostFilesBytes, "BYTES", "All files together");
+    limit("--max-files", options.files, std::size_t(0), std::size_t(4096), "N", "Files");
     limit("--max-connections", options.connections, 1u, mostConnections, "N", "Connections at a time");
     limit("--max-connections-per-source", options.connectionsPerSource, 1u, mostConnections, "N",
           "Connections at a time from one address");

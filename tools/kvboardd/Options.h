@@ -18,18 +18,21 @@ struct Options
     std::optional<KvUInt32> serial;   ///< of the machine; null: its own
     KvUInt32 address = 0x7F000001;    ///< of the machine, IPv4, host order
     std::optional<std::string> user;  ///< whom to become; null: nobody when started by root, else none
-    std::string state;                ///< empty: values last as long as the process
+    std::string state;                ///< empty: values and files last as long as the process
     std::uint16_t portMapper = 0;     ///< port of the port mapper of each board; 0: none
     bool rpcbind = false;
     std::uint16_t port = 0;  ///< of the services; 0: any
     bool allAddresses = false;
 
     unsigned leaseSeconds = 20;
+    unsigned updateSeconds = 2;
     unsigned maximumLocks = 64;
     unsigned wrongIds = 10;
     unsigned wrongIdSeconds = 60;
     std::size_t textBytes = 65536;
     std::size_t chunkBytes = 1048576;
+    KvUInt64 filesBytes = KvUInt64(1) << 30;
+    std::size_t files = 4096;
 
     unsigned connections = 64;
     unsigned connectionsPerSource = 8;

@@ -44,6 +44,21 @@ KvNRpc::ServerLimits serverLimits(const Options& options)
     return limits;
 }
 
+Files::Limits fileLimits(const Options& options)
+{
+    Files::Limits limits;
+    limits.bytes = options.filesBytes;
+    limits.files = options.files;
+    return limits;
+}
+
+Transfers::Limits transferLimits(const Options& options)
+{
+    Transfers::Limits limits;
+    limits.chunkBytes = options.chunkBytes;
+    return limits;
+}
+
 const char* textOf(LockTable::End why)
 {
     switch (why) {
@@ -57,14 +72,17 @@ const char* textOf(LockTable::End why)
     return "";
 }
 
-/** Drops what was written with a lock that has ended, and says so. */
-void endModify(Board& board, KvUInt32 accessId, LockTable::End why) noexcept
+/** Drops what was written and what is being put with a lock that has ended, and says so. */
+void endModify(Board& board, Transfers& transfers, KvUInt32 accessId, LockTable::End why) noexcept
 {
     const std::size_t dropped = board.dropWritten(accessId);
+    const bool isPutting = transfers.lockEnded(accessId);
     try {
         std::string line = "board " + std::to_string(board.serialNumber()) + ": lock of level 2 " + textOf(why);
         if (dropped != 0)
             line += ", " + valueCount(dropped) + " dropped that " + (dropped == 1 ? "was" : "were") + " not applied";
+        if (isPutting)
+            line += ", a file dropped that was not complete";
         log(line);
     } catch (const std::bad_alloc&) {
         log("a lock of level 2 has ended");
@@ -108,21 +126,29 @@ Call callOf(const KvNRpc::ServerCall& call)
 
 }  // namespace
 
-Service::Unit::Unit(std::unique_ptr<Board> itsBoard, const Options& options, KvUInt64 bootId)
-    : board(std::move(itsBoard)),
+Service::Unit::Unit(ServedBoard served, const Options& options, KvUInt64 bootId, KvNService::Worker& worker)
+    : board(std::move(served.board)),
+      files(std::move(served.files), fileLimits(options), KvNService::random64),
+      transfers(files, transferLimits(options),
+                [&worker](std::function<void()> work, std::function<void()> done) {
+                    worker.run(std::move(work), std::move(done));
+                }),
       locks(lockLimits(options), KvNService::random32,
-            [this](KvUInt32 accessId, LockTable::End why) { endModify(*board, accessId, why); }),
-      inventory(*board, locks, now),
-      access(*board, locks, now, {bootId, static_cast<KvUInt32>(options.chunkBytes)}),
+            [this](KvUInt32 accessId, LockTable::End why) { endModify(*board, transfers, accessId, why); }),
+      update(*board, std::chrono::seconds(options.updateSeconds)),
+      inventory({*board, locks, update, files}, now),
+      access(*board, locks, files, transfers, now, {bootId, static_cast<KvUInt32>(options.chunkBytes)}),
       mapper(options.portMapper)
 {}
 
-Service::Service(const Options& options, std::vector<std::unique_ptr<Board>> boards)
-    : m_options(options), m_server(*this, serverLimits(options))
+Service::Service(const Options& options, std::vector<ServedBoard> boards)
+    : m_options(options),
+      m_server(*this, serverLimits(options)),
+      m_worker([this] { m_server.post([this] { m_worker.collect(); }); })
 {
     const KvUInt64 bootId = KvNService::random64().value_or(0);
-    for (std::unique_ptr<Board>& board : boards)
-        m_units.push_back(std::make_unique<Unit>(std::move(board), options, bootId));
+    for (ServedBoard& board : boards)
+        m_units.push_back(std::make_unique<Unit>(std::move(board), options, bootId, m_worker));
 }
 
 Service::~Service()
@@ -138,7 +164,7 @@ bool Service::start(std::string& problem)
     }
     int index = 0;
     for (const std::unique_ptr<Unit>& unit : m_units) {
-        if (!listen(index, *unit, problem))
+        if (unit->files.removeUnfinished(problem) != Files::Outcome::Done || !listen(index, *unit, problem))
             return false;
         ++index;
     }
@@ -241,6 +267,8 @@ void Service::call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply)
     } else if (call.program == InventoryService::program && call.transport == KvNRpc::ServerTransport::Tcp) {
         if (isVersion(call, InventoryService::version, reply))
             send(call, unit.inventory.call(callOf(call)), std::move(reply));
+        if (unit.updateTimer == 0)
+            advanceUpdate(unit);
     } else {
         reply.programUnavailable();
     }
@@ -268,21 +296,25 @@ void Service::answerMapper(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter r
 
 void Service::send(const KvNRpc::ServerCall& call, Answer answer, KvNRpc::ReplyWriter reply)
 {
-    if (answer.accessId != 0)
-        protect(call, answer.accessId);
+    if (!answer.later)
+        return send(call.board, call.connection, std::move(answer), std::move(reply));
+    const auto writer = std::make_shared<KvNRpc::ReplyWriter>(std::move(reply));
+    answer.later->then([this, writer, board = call.board, connection = call.connection](Answer given) {
+        send(board, connection, std::move(given), std::move(*writer));
+    });
+}
+
+void Service::send(int board, KvUInt64 connection, Answer answer, KvNRpc::ReplyWriter reply)
+{
+    if (answer.accessId != 0 && connection != 0) {
+        m_protected.insert_or_assign(connection, Protection{board, answer.accessId});
+        m_server.protect(connection, true);
+    }
     if (!answer.slow)
         return write(answer, reply);
     const auto later = std::make_shared<std::pair<Answer, KvNRpc::ReplyWriter>>(std::move(answer), std::move(reply));
     if (m_server.startTimer(slowAnswerMilliseconds, [later] { write(later->first, later->second); }) == 0)
         write(later->first, later->second);
-}
-
-void Service::protect(const KvNRpc::ServerCall& call, KvUInt32 accessId)
-{
-    if (call.connection == 0)
-        return;
-    m_protected.insert_or_assign(call.connection, Protection{call.board, accessId});
-    m_server.protect(call.connection, true);
 }
 
 void Service::closed(int, KvUInt64 connection)
@@ -296,10 +328,26 @@ void Service::note(int board, KvUInt32 peerAddress, const char* what)
     log("board " + std::to_string(unit.board->serialNumber()) + ": " + addressText(peerAddress) + ": " + shown(what));
 }
 
+/** Goes on with a board's update as long as one is running, a little at a time. */
+void Service::advanceUpdate(Unit& unit)
+{
+    const auto pause = static_cast<KvUInt32>(unit.inventory.advanceUpdate().count());
+    const auto next = [this, &unit] {
+        unit.updateTimer = 0;
+        advanceUpdate(unit);
+    };
+    // When there is no memory for a timer, the next second or call goes on.
+    if (pause != 0)
+        unit.updateTimer = m_server.startTimer(pause, next);
+}
+
 void Service::everySecond()
 {
-    for (const std::unique_ptr<Unit>& unit : m_units)
+    for (const std::unique_ptr<Unit>& unit : m_units) {
         unit->locks.expire(now());
+        if (unit->updateTimer == 0)
+            advanceUpdate(*unit);
+    }
     std::erase_if(m_protected, [this](const auto& entry) {
         Unit& unit = *m_units[static_cast<std::size_t>(entry.second.board)];
         if (unit.locks.isHeld(now(), entry.second.accessId))

@@ -8,8 +8,10 @@
 
 #include "tools/kvboardd/Board.h"
 #include "tools/kvboardd/BoardFile.h"
+#include "tools/kvboardd/FileFolders.h"
 #include "tools/kvboardd/HostInventory.h"
 #include "tools/kvboardd/Log.h"
+#include "tools/kvboardd/Manual.h"
 #include "tools/kvboardd/Options.h"
 #include "tools/kvboardd/Rights.h"
 #include "tools/kvboardd/Service.h"
@@ -33,7 +35,8 @@ bool describeBoards(const Options& options, std::vector<BoardDescription>& descr
 }
 
 /** The boards that the command line names, with the values that were written to them before. */
-bool loadBoards(const Options& options, std::vector<std::unique_ptr<Board>>& boards, std::string& problem)
+bool loadBoards(const Options& options, const FileFolders& files, std::vector<ServedBoard>& boards,
+                std::string& problem)
 {
     std::vector<BoardDescription> descriptions;
     if (!describeBoards(options, descriptions, problem))
@@ -55,27 +58,45 @@ bool loadBoards(const Options& options, std::vector<std::unique_ptr<Board>>& boa
         }
         Board::Limits limits;
         limits.textBytes = options.textBytes;
-        boards.push_back(std::make_unique<Board>(std::move(description), std::move(store), limits));
-        if (!boards.back()->restore(problem))
+        ServedBoard served;
+        served.board = std::make_unique<Board>(std::move(description), std::move(store), limits);
+        served.files = files.folder(served.board->serialNumber(), problem);
+        if (served.files == nullptr || !served.board->restore(problem))
             return false;
+        boards.push_back(std::move(served));
     }
     return true;
+}
+
+/** For the build: what is made of the options' data; empty when the command line asks for nothing of it. */
+std::string generated(int count, char** arguments)
+{
+    const std::string_view wanted = count == 2 ? arguments[1] : "";
+    if (wanted == "--generate-manual")
+        return manualText();
+    if (wanted == "--generate-bash-completion")
+        return bashCompletion();
+    return wanted == "--generate-zsh-completion" ? zshCompletion() : "";
 }
 
 int serve(const Options& options)
 {
     std::string problem;
     Rights rights;
-    std::vector<std::unique_ptr<Board>> boards;
-    if (!chooseRights(options, rights, problem) || !loadBoards(options, boards, problem)) {
+    FileFolders files;
+    std::vector<ServedBoard> boards;
+    if (!chooseRights(options, rights, problem) || !files.open(options.state, problem) ||
+        !loadBoards(options, files, boards, problem)) {
         log(problem);
         return 1;
     }
     const std::size_t count = boards.size();
     std::vector<std::string> folders;
-    if (!options.state.empty())
-        for (const std::unique_ptr<Board>& board : boards)
-            folders.push_back(options.state + "/" + std::to_string(board->serialNumber()));
+    if (options.state.empty())
+        folders.push_back(files.temporaryPath());
+    else
+        for (const ServedBoard& served : boards)
+            folders.push_back(options.state + "/" + std::to_string(served.board->serialNumber()));
     Service service(options, std::move(boards));
     if (!service.start(problem) || !takeRights(rights, folders, problem)) {
         log(problem);
@@ -93,9 +114,12 @@ int serve(const Options& options)
 
 int main(int count, char** arguments)
 {
-    // A reader of standard output or of the log that goes away must not end the service.
+    // A reader of standard output or of the log that goes away must not end the service, nor a file beyond the limit.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
+        if (const std::string text = generated(count, arguments); !text.empty())
+            return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() ? 0 : 1;
         const CommandLine line = readCommandLine(count, arguments);
         if (!line.proceed) {
             std::fputs(line.text.c_str(), line.status == 0 ? stdout : stderr);

@@ -1,0 +1,306 @@
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "base/Report.h"
+#include "tools/kvboardd/DeviceAccessRecords.h"
+#include "tools/kvboardd/DeviceAccessService.h"
+#include "tools/kvboardd/Log.h"
+#include "tools/kvboardd/Wire.h"
+
+namespace KvNBoardService {
+
+namespace {
+
+/** What a call was about, for messages. */
+struct Asked
+{
+    std::string name;
+    KvUInt64 offset = 0;
+    std::size_t bytes = 0;
+    std::size_t limit = 0;  ///< that the board has for it
+    KvUInt32 crc32 = 0;
+};
+
+std::string remoteName(const char* directory, const char* fileName)
+{
+    return shown(std::string(directory) + "/" + fileName);
+}
+
+KvdaStatus statusOf(Files::Outcome outcome)
+{
+    switch (outcome) {
+        case Files::Outcome::Done:
+            return KVDA_OK;
+        case Files::Outcome::BadName:
+            return KVDA_BAD_NAME;
+        case Files::Outcome::NotFound:
+            return KVDA_NOT_FOUND;
+        case Files::Outcome::Busy:
+            return KVDA_BUSY;
+        case Files::Outcome::TooMany:
+            return KVDA_LIMIT;
+        case Files::Outcome::NoSpace:
+            return KVDA_NO_SPACE;
+        case Files::Outcome::NoTransfer:
+            return KVDA_NO_TRANSFER;
+        case Files::Outcome::OutOfOrder:
+        case Files::Outcome::OtherData:
+            return KVDA_OUT_OF_ORDER;
+        case Files::Outcome::ChunkTooLarge:
+            return KVDA_BAD_ARGUMENT;
+        case Files::Outcome::TooMuchData:
+        case Files::Outcome::Incomplete:
+        case Files::Outcome::OtherChecksum:
+            return KVDA_CORRUPT;
+        case Files::Outcome::NoRandom:
+        case Files::Outcome::Io:
+            return KVDA_IO;
+    }
+    return KVDA_IO;
+}
+
+/** Reports why a call about files was refused or failed. */
+void report(KvCErrorListPool& errors, const Transfers::Result& result, const Asked& asked, const char* origin)
+{
+    switch (result.outcome) {
+        case Files::Outcome::Done:
+            return;
+        case Files::Outcome::BadName:
+            KV_REPORT(errors, BoardBadFileName, origin, asked.name);
+            return;
+        case Files::Outcome::NotFound:
+            KV_REPORT(errors, BoardNoFile, origin, asked.name);
+            return;
+        case Files::Outcome::Busy:
+            KV_REPORT(errors, BoardFileBusy, origin, asked.name);
+            return;
+        case Files::Outcome::TooMany:
+            KV_REPORT(errors, BoardTooManyFiles, origin, asked.limit);
+            return;
+        case Files::Outcome::NoSpace:
+            KV_REPORT(errors, BoardNoSpace, origin, std::to_string(result.size), result.problem);
+            return;
+        case Files::Outcome::NoTransfer:
+            KV_REPORT(errors, BoardNoTransfer, origin, result.transferId);
+            return;
+        case Files::Outcome::OutOfOrder:
+            KV_REPORT(errors, BoardOutOfOrder, origin, std::to_string(asked.offset), std::to_string(result.received));
+            return;
+        case Files::Outcome::OtherData:
+            KV_REPORT(errors, BoardOtherData, origin, std::to_string(asked.offset));
+            return;
+        case Files::Outcome::ChunkTooLarge:
+            KV_REPORT(errors, BoardChunkTooLarge, origin, asked.bytes, asked.limit);
+            return;
+        case Files::Outcome::TooMuchData:
+            KV_REPORT(errors, BoardTooMuchData, origin, std::to_string(result.size));
+            return;
+        case Files::Outcome::Incomplete:
+            KV_REPORT(errors, BoardFileIncomplete, origin, std::to_string(result.size),
+                      std::to_string(result.received));
+            return;
+        case Files::Outcome::OtherChecksum:
+            KV_REPORT(errors, BoardFileChecksum, origin, result.crc32, asked.crc32);
+            return;
+        case Files::Outcome::NoRandom:
+            KV_REPORT(errors, BoardNoFileName, origin);
+            return;
+        case Files::Outcome::Io:
+            KV_REPORT(errors, BoardFileTrouble, origin, result.problem);
+            return;
+    }
+}
+
+/** The answer, if it has been given already, or the promise of it. */
+Answer nowOrLater(std::shared_ptr<Later> later)
+{
+    if (later->isGiven())
+        return later->take();
+    Answer answer;
+    answer.later = std::move(later);
+    return answer;
+}
+
+Answer plainAnswer(KvdaStatus status, const KvCErrorListPool& errors)
+{
+    ErrorBlock block(errors, KVDA_MAX_ERRORS);
+    KvdaResult record{status, {block.size(), block.data()}};
+    return encoded(xdr_KvdaResult, record, fieldRoom + roomFor(block.size()));
+}
+
+Answer transferAnswer(KvdaStatus status, KvUInt32 transferId, const KvCErrorListPool& errors)
+{
+    ErrorBlock block(errors, KVDA_MAX_ERRORS);
+    KvdaTransfer record{status, transferId, {block.size(), block.data()}};
+    return encoded(xdr_KvdaTransfer, record, fieldRoom + roomFor(block.size()));
+}
+
+Answer receivedAnswer(KvdaStatus status, KvUInt64 received, const KvCErrorListPool& errors)
+{
+    ErrorBlock block(errors, KVDA_MAX_ERRORS);
+    KvdaReceived record{status, received, {block.size(), block.data()}};
+    return encoded(xdr_KvdaReceived, record, fieldRoom + roomFor(block.size()));
+}
+
+/** The status of a caller who may not change the board. */
+KvdaStatus refusalOf(const Authority& authority)
+{
+    return authority.outcome == LockTable::Outcome::Granted ? KVDA_BAD_ACCESS : statusOf(authority.outcome);
+}
+
+Answer marked(Answer answer, const Authority& authority, KvUInt32 accessId)
+{
+    answer.accessId = authority.outcome == LockTable::Outcome::Granted ? accessId : 0;
+    answer.slow = authority.slow;
+    return answer;
+}
+
+}  // namespace
+
+Authority DeviceAccessService::authorityOf(KvCErrorListPool& errors, const Call& call, KvUInt32 accessId)
+{
+    return checkModify(errors, call, accessId, m_locks, m_clock(), m_board.serialNumber());
+}
+
+void DeviceAccessService::logFile(const char* what, const std::string& name, KvUInt32 peer) const
+{
+    log("board " + std::to_string(m_board.serialNumber()) + ": file " + name + " " + what + " from " +
+        addressText(peer));
+}
+
+Answer DeviceAccessService::putBegin(const Call& call)
+{
+    Record<KvdaPutBegin, xdr_KvdaPutBegin> arguments;
+    if (!arguments.decode(call.arguments))
+        return Answer::of(Answer::Kind::GarbageArguments);
+    KvCErrorListPool errors;
+    const Authority authority = authorityOf(errors, call, arguments->accessId);
+    if (!authority.mayModify)
+        return marked(transferAnswer(refusalOf(authority), 0, errors), authority, arguments->accessId);
+    Asked asked;
+    asked.name = remoteName(arguments->directory, arguments->fileName);
+    asked.limit = m_files.limits().files;
+    const Transfers::Result result =
+        m_transfers.begin(arguments->accessId, arguments->directory, arguments->fileName, arguments->size);
+    report(errors, result, asked, "DeviceAccessService::putBegin");
+    if (result.outcome == Files::Outcome::Done)
+        logFile("is being put", asked.name, call.peer);
+    return marked(transferAnswer(statusOf(result.outcome), result.transferId, errors), authority, arguments->accessId);
+}
+
+Answer DeviceAccessService::putData(const Call& call)
+{
+    Record<KvdaPutData, xdr_KvdaPutData> arguments;
+    if (!arguments.decode(call.arguments))
+        return Answer::of(Answer::Kind::GarbageArguments);
+    const KvUInt32 accessId = arguments->accessId;
+    KvCErrorListPool errors;
+    const Authority authority = authorityOf(errors, call, accessId);
+    if (!authority.mayModify)
+        return marked(receivedAnswer(refusalOf(authority), 0, errors), authority, accessId);
+    const auto* start = reinterpret_cast<const unsigned char*>(arguments->data.data_val);
+    Asked asked;
+    asked.offset = arguments->offset;
+    asked.bytes = arguments->data.data_len;
+    asked.limit = m_transfers.limits().chunkBytes;
+    const auto later = std::make_shared<Later>();
+    m_transfers.put(accessId, arguments->transferId, asked.offset, {start, asked.bytes},
+                    [later, asked, authority, accessId](const Transfers::Result& result) {
+                        KvCErrorListPool reasons;
+                        report(reasons, result, asked, "DeviceAccessService::putData");
+                        later->give(marked(receivedAnswer(statusOf(result.outcome), result.received, reasons),
+                                           authority, accessId));
+                    });
+    return nowOrLater(later);
+}
+
+Answer DeviceAccessService::putEnd(const Call& call)
+{
+    Record<KvdaPutEnd, xdr_KvdaPutEnd> arguments;
+    if (!arguments.decode(call.arguments))
+        return Answer::of(Answer::Kind::GarbageArguments);
+    const KvUInt32 accessId = arguments->accessId;
+    KvCErrorListPool errors;
+    const Authority authority = authorityOf(errors, call, accessId);
+    if (!authority.mayModify)
+        return marked(plainAnswer(refusalOf(authority), errors), authority, accessId);
+    Asked asked;
+    asked.name = m_transfers.name();
+    asked.crc32 = arguments->crc32;
+    const auto later = std::make_shared<Later>();
+    m_transfers.end(accessId, arguments->transferId, asked.crc32,
+                    [this, later, asked, authority, accessId, peer = call.peer](const Transfers::Result& result) {
+                        KvCErrorListPool reasons;
+                        report(reasons, result, asked, "DeviceAccessService::putEnd");
+                        logFile(result.outcome == Files::Outcome::Done ? "put" : "not put", asked.name, peer);
+                        later->give(marked(plainAnswer(statusOf(result.outcome), reasons), authority, accessId));
+                    });
+    return nowOrLater(later);
+}
+
+Answer DeviceAccessService::putAbort(const Call& call)
+{
+    Record<KvdaPutAbort, xdr_KvdaPutAbort> arguments;
+    if (!arguments.decode(call.arguments))
+        return Answer::of(Answer::Kind::GarbageArguments);
+    KvCErrorListPool errors;
+    const Authority authority = authorityOf(errors, call, arguments->accessId);
+    if (!authority.mayModify)
+        return marked(plainAnswer(refusalOf(authority), errors), authority, arguments->accessId);
+    Asked asked;
+    asked.name = m_transfers.name();
+    const Transfers::Result result = m_transfers.abort(arguments->accessId, arguments->transferId);
+    report(errors, result, asked, "DeviceAccessService::putAbort");
+    if (result.outcome == Files::Outcome::Done)
+        logFile("given up", asked.name, call.peer);
+    return marked(plainAnswer(statusOf(result.outcome), errors), authority, arguments->accessId);
+}
+
+Answer DeviceAccessService::deleteFile(const Call& call)
+{
+    Record<KvdaFileName, xdr_KvdaFileName> arguments;
+    if (!arguments.decode(call.arguments))
+        return Answer::of(Answer::Kind::GarbageArguments);
+    KvCErrorListPool errors;
+    const Authority authority = authorityOf(errors, call, arguments->accessId);
+    if (!authority.mayModify)
+        return marked(plainAnswer(refusalOf(authority), errors), authority, arguments->accessId);
+    Asked asked;
+    asked.name = remoteName(arguments->directory, arguments->fileName);
+    Transfers::Result result;
+    result.outcome = m_files.remove(arguments->directory, arguments->fileName, result.problem);
+    report(errors, result, asked, "DeviceAccessService::deleteFile");
+    if (result.outcome == Files::Outcome::Done)
+        logFile("deleted", asked.name, call.peer);
+    return marked(plainAnswer(statusOf(result.outcome), errors), authority, arguments->accessId);
+}
+
+Answer DeviceAccessService::listFiles(const Call& call)
+{
+    if (!call.arguments.empty())
+        return Answer::of(Answer::Kind::GarbageArguments);
+    KvCErrorListPool errors;
+    Transfers::Result result;
+    std::vector<Files::Entry> entries;
+    KvUInt64 freeBytes = 0;
+    result.outcome = m_files.list(entries, freeBytes, result.problem);
+    report(errors, result, {}, "DeviceAccessService::listFiles");
+    if (entries.size() > KVDA_MAX_FILES)
+        entries.resize(KVDA_MAX_FILES);
+    std::string directory = Files::directoryName;
+    std::vector<KvdaFile> records;
+    std::size_t room = fieldRoom;
+    for (const Files::Entry& entry : entries) {
+        records.push_back({directory.data(), encodable(entry.fileName), entry.size, entry.modified});
+        room += fieldRoom + roomFor(directory.size()) + roomFor(entry.fileName.size());
+    }
+    ErrorBlock block(errors, KVDA_MAX_ERRORS);
+    KvdaFileList record{statusOf(result.outcome),
+                        {static_cast<u_int>(records.size()), records.data()},
+                        freeBytes,
+                        {block.size(), block.data()}};
+    return encoded(xdr_KvdaFileList, record, room + roomFor(block.size()));
+}
+
+}  // namespace KvNBoardService
