@@ -170,13 +170,13 @@ struct Decoded : Record
     Decoded& operator=(const Decoded&) = delete;
     ~Decoded() { KvNXdr::xdr_free(routine, static_cast<Record*>(this)); }
 
-    /** From all of `size` bytes; false when they are no such record or more follows. */
-    bool from(const unsigned char* bytes, std::size_t size)
+    /** From all of `count` bytes; false when they are no such record or more follows. */
+    bool from(const unsigned char* bytes, std::size_t count)
     {
         KvNXdr::XDR xdrs;
         // a decoding stream only reads
         auto* start = const_cast<char*>(reinterpret_cast<const char*>(bytes));
-        KvNXdr::xdrmem_create(&xdrs, start, size, KvNXdr::XDR_DECODE);
+        KvNXdr::xdrmem_create(&xdrs, start, count, KvNXdr::XDR_DECODE);
         return Routine(&xdrs, this) && KvNXdr::xdrmem_left(&xdrs) == 0;
     }
 };

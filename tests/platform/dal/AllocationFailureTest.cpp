@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <functional>
 
+#include "platform/dal/DeviceAccessProgram.h"
 #include "platform/oncrpc/KvCRpcClient.h"
 #include "tests/platform/dal/DalTest.h"
+#include "tests/platform/dal/FileTransferFixture.h"
 
 using namespace KvNDeviceAccess;
 
@@ -197,4 +199,42 @@ TEST(DalAllocationFailure, ofTakingAndGivingBackALock)
             EXPECT_EQ(KvDAL_getRPCClientReference(errors, again.handle, 0x20004B56, &client), 0);
             EXPECT_EQ(client, nullptr);
         });
+}
+
+TEST_F(FileTransfer, withoutMemoryFailsAndLeavesNothing)
+{
+    const std::wstring path = folder.file("local", "0123456789ABCDEF01234");
+    failEach(
+        [&](KvCErrorListPool& list) {
+            void* handle = nullptr;
+            KvInt32 result = KvDAL_createFTClientHandle(list, device.handle, &handle);
+            if (result != 0)
+                return result;
+            result = KvDAL_putFileU(list, nullptr, handle, path.c_str(), "dir", "image", nullptr, nullptr);
+            EXPECT_EQ(look().stored.empty(), result != 0);
+            KvCErrorListPool unused;
+            KvDAL_deleteFTClientHandle(unused, handle);
+            return result;
+        },
+        [] {}, [&] { fresh({}); });
+}
+
+TEST_F(FileTransfer, filesAreDeletedAndListedOrNotWhenMemoryIsOut)
+{
+    const std::vector<unsigned char> list = {0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 'f', 0, 0, 0, 0, 0, 0, 0,
+                                             0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0, 6, 0, 0, 0, 0, 0,   0, 0, 7, 0, 0, 0, 0};
+    const auto board = [&] {
+        fresh({{{ListFiles, 0}, answer(list)}});
+        rack.with(0, [](ScriptedBoard& now) { now.files.stored["dir/image"] = "x"; });
+    };
+    board();
+    failEach(
+        [&](KvCErrorListPool& own) {
+            KvDALSFile file = {};
+            KvUInt32 count = 1;
+            const KvInt32 result = KvDAL_listFiles(own, device.handle, &file, &count, nullptr);
+            EXPECT_STREQ(file.fileName, result == 0 ? "f" : "");
+            return result != 0 ? result : KvDAL_deleteFile(own, nullptr, transfer, "dir", "image");
+        },
+        [&] { EXPECT_TRUE(look().stored.empty()); }, board);
 }

@@ -147,6 +147,11 @@ void ScriptedRack::call(const ServerCall& call, ReplyWriter reply)
         return reply.drop();
     if (call.program != deviceAccessProgram || board.refuses)
         return reply.programUnavailable();
+    if (const ScriptedFault* fault = board.files.note(call.procedure, call.arguments, call.argumentBytes))
+        return meet(*fault, call, std::move(reply), board);
+    const std::vector<unsigned char> answer = board.files.serve(call.procedure, call.arguments, call.argumentBytes);
+    if (!answer.empty())
+        return reply.success(answer.data(), answer.size());
     switch (call.procedure) {
         case Identify:
             return identify(std::move(reply), board);
@@ -160,6 +165,17 @@ void ScriptedRack::call(const ServerCall& call, ReplyWriter reply)
         default:
             return reply.procedureUnavailable();
     }
+}
+
+void ScriptedRack::meet(const ScriptedFault& fault, const ServerCall& call, ReplyWriter reply, ScriptedBoard& board)
+{
+    if (fault.kind == ScriptedFault::Kind::Answer)
+        return reply.success(fault.answer.data(), fault.answer.size());
+    if (fault.kind == ScriptedFault::Kind::LoseReply)
+        board.files.serve(call.procedure, call.arguments, call.argumentBytes);
+    reply.drop();
+    if (fault.kind != ScriptedFault::Kind::Silence)
+        m_server->close(call.connection);
 }
 
 void ScriptedRack::mapPort(const ServerCall& call, ReplyWriter reply, ScriptedBoard& board)
@@ -192,7 +208,7 @@ void ScriptedRack::identify(ReplyWriter reply, ScriptedBoard& board)
     identity.boardName = wireText(board.boardName);
     identity.systemName = wireText(board.systemName);
     identity.bootId = 1;
-    identity.maxChunk = 65536;
+    identity.maxChunk = board.maxChunk;
     succeed(reply, xdr_KvdaIdentity, identity);
 }
 

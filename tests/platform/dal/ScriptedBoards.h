@@ -12,6 +12,7 @@
 
 #include "platform/KvTypes.h"
 #include "platform/oncrpc/RpcServer.h"
+#include "tests/platform/dal/ScriptedFiles.h"
 
 /**
  * Boards that do as a test says: each has a port mapper and a device access service on an address of its own, all of
@@ -48,6 +49,9 @@ struct ScriptedBoard
     KvUInt32 refusal = 0;                    // status of every request, keeping and release, when not 0
     std::string otherHolder;                 // someone else has the board
     std::vector<unsigned char> errorList;    // with every answer
+
+    KvUInt32 maxChunk = 65536;
+    ScriptedFiles files;
 
     std::vector<std::string> holders;  // that it says it has, each at level 1
 
@@ -88,6 +92,8 @@ public:
 private:
     void listen(int board);
     void call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply) override;
+    void meet(const ScriptedFault& fault, const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply,
+              ScriptedBoard& board);
     void mapPort(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply, ScriptedBoard& board);
     void identify(KvNRpc::ReplyWriter reply, ScriptedBoard& board);
     void requestAccess(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply, ScriptedBoard& board);
