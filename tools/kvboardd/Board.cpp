@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
 
 #include "base/KvCBuffer.h"
@@ -101,13 +102,31 @@ bool withType(KvCErrorListPool& errors, KvUInt32 code, const Action& action)
     return success.check("Board::withType");
 }
 
-bool isAtOrBelow(const KvCInventoryParameter& parameter, const KvCInventoryItem* item)
+/** Tells which parameters stand at or below an item; looks at each item above them once. */
+class Below
 {
-    for (const KvCInventoryItem* above = parameter.getParent(); above != nullptr; above = above->getParent())
-        if (above == item)
-            return true;
-    return false;
-}
+public:
+    explicit Below(const KvCInventoryItem* top) { m_known.emplace(top, true); }
+
+    bool contains(const KvCInventoryParameter& parameter)
+    {
+        bool isBelow = false;
+        const KvCInventoryItem* above = parameter.getParent();
+        for (; above != nullptr; above = above->getParent()) {
+            const auto known = m_known.find(above);
+            if (known == m_known.end())
+                continue;
+            isBelow = known->second;
+            break;
+        }
+        for (const KvCInventoryItem* item = parameter.getParent(); item != above; item = item->getParent())
+            m_known.emplace(item, isBelow);
+        return isBelow;
+    }
+
+private:
+    std::unordered_map<const KvCInventoryItem*, bool> m_known;
+};
 
 }  // namespace
 
@@ -344,17 +363,25 @@ private:
     std::vector<std::unique_ptr<KvCInventoryParameter>> m_after;
 };
 
+/** The written values at an address and below it. */
+std::vector<KvCInventoryParameter*> Board::writtenAt(const Place& place) const
+{
+    std::vector<KvCInventoryParameter*> result;
+    Below below(place.item);
+    for (KvCInventoryParameter* parameter : m_written)
+        if (parameter == place.parameter || (place.item != nullptr && below.contains(*parameter)))
+            result.push_back(parameter);
+    return result;
+}
+
 bool Board::apply(KvCErrorListPool& errors, KvUInt32 accessId, const KvCInventoryAddress& address, std::size_t& applied)
 {
     applied = 0;
     Place place;
     if (!find(errors, address, place, "Board::apply"))
         return false;
-    std::vector<KvCInventoryParameter*> chosen;
-    if (m_writer == accessId)
-        for (KvCInventoryParameter* parameter : m_written)
-            if (parameter == place.parameter || (place.item != nullptr && isAtOrBelow(*parameter, place.item)))
-                chosen.push_back(parameter);
+    const std::vector<KvCInventoryParameter*> chosen =
+        m_writer == accessId ? writtenAt(place) : std::vector<KvCInventoryParameter*>();
     if (chosen.empty())
         return true;
     Change change(chosen);

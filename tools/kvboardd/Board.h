@@ -8,6 +8,7 @@
 
 #include "inventory/KvCInventoryAddress.h"
 #include "platform/KvTypes.h"
+#include "tools/kvboardd/Update.h"
 
 class KvCBuffer;
 class KvCErrorListPool;
@@ -47,7 +48,7 @@ struct WireValue
  * Addresses begin with the root's element, as in HCN[4711]/FIRMWARE/VERSION. Operations return false when they failed,
  * and then have reported why; nothing has changed then.
  */
-class Board
+class Board : public UpdateTarget
 {
 public:
     struct Limits
@@ -57,7 +58,7 @@ public:
 
     /** Owns what it is given. `store` may be null: then values last as long as the object. */
     Board(BoardDescription description, std::unique_ptr<Store> store, const Limits& limits);
-    ~Board();
+    ~Board() override;
 
     /** Takes the tree that the store holds, if it holds one, instead of the described one. False, and why in `problem`,
         when it cannot be read or is another board's. */
@@ -70,7 +71,7 @@ public:
     KvUInt32 address() const { return m_description.address; }
     /** The address of the tree's root. */
     KvCInventoryAddress localAddress() const;
-    const KvCInventoryItem& tree() const { return *m_description.tree; }
+    const KvCInventoryItem& tree() const override { return *m_description.tree; }
 
     /** The tree as a stream; null when it failed. Valid until the board changes or is asked for a parameter. */
     const KvCBuffer* scan(KvCErrorListPool& errors);
@@ -95,6 +96,13 @@ public:
     /** How many values are written and not applied. */
     std::size_t writtenCount() const { return m_written.size(); }
 
+    // For the board's update.
+    const KvCInventoryItem* item(KvCErrorListPool& errors, const KvCInventoryAddress& address) const override;
+    /** A value for that version that was written and not applied is dropped: it was meant for the former one. */
+    bool setVersion(KvCErrorListPool& errors, const KvCInventoryAddress& address, const KvCVersion& version) override;
+    bool remember(KvCErrorListPool& errors, const UpdateRecord& record) override;
+    bool recall(UpdateRecord& record, std::string& problem) const override;
+
 private:
     struct Place
     {
@@ -107,6 +115,7 @@ private:
     bool check(KvCErrorListPool& errors, const KvCInventoryParameter& parameter, const std::string& name,
                const WireValue& value) const;
     bool designate(KvCErrorListPool& errors, KvCInventoryParameter& parameter, const WireValue& value) const;
+    std::vector<KvCInventoryParameter*> writtenAt(const Place& place) const;
     bool store(KvCErrorListPool& errors) const;
 
     BoardDescription m_description;

@@ -4,48 +4,17 @@
 
 #include "base/KvCBuffer.h"
 #include "base/Report.h"
-#include "inventory_manager.h"
+#include "tools/kvboardd/InventoryFrames.h"
 #include "tools/kvboardd/Log.h"
-#include "tools/kvboardd/Wire.h"
 
 namespace KvNBoardService {
 
 namespace {
 
-constexpr u_int done = 0;
-constexpr u_int refused = 1;
-
-/** Room for the fields of a result beside its counted bytes. */
-constexpr std::size_t fieldRoom = 64;
-
-/** The address that was transmitted; false, and reported, when its counts disagree or memory is out. */
-bool takeAddress(KvCErrorListPool& errors, const KvimAddress& record, KvCInventoryAddress& address, const char* origin)
-{
-    const u_int words = record.values.values_len;
-    if (words % 2 != 0 || words / 2 != record.elementCount) {
-        KV_REPORT(errors, BoardAddressCorrupt, origin, record.elementCount, words);
-        return false;
-    }
-    for (u_int i = 0; i < words; i += 2)
-        address = address / KvCInventoryAddress(record.values.values_val[i], record.values.values_val[i + 1]);
-    if (address.getLength() == record.elementCount)
-        return true;
-    KV_REPORT(errors, BoardOutOfMemory, origin);
-    return false;
-}
-
 /** Whether there is such a right. */
 bool isRight(u_int right)
 {
     return right == KVIM_WRITE_PARAMETERS || right == KVIM_UPDATE_BOARD || right == KVIM_DELETE_FILES;
-}
-
-/** A result that is a status and an error list. */
-Answer result(u_int status, const KvCErrorListPool& errors)
-{
-    ErrorBlock block(errors, KVIM_MAX_ERRORS);
-    KvimResult record{status, {block.size(), block.data()}};
-    return encoded(xdr_KvimResult, record, fieldRoom + roomFor(block.size()));
 }
 
 /** The bytes of a stream, as the generated code takes them. */
@@ -67,8 +36,35 @@ bool fits(KvCErrorListPool& errors, const KvCBuffer& stream, std::size_t maximum
 
 }  // namespace
 
-InventoryService::InventoryService(Board& board, LockTable& locks, Clock clock)
-    : m_board(board), m_locks(locks), m_clock(std::move(clock))
+bool takeAddress(KvCErrorListPool& errors, const KvimAddress& record, KvCInventoryAddress& address, const char* origin)
+{
+    const u_int words = record.values.values_len;
+    if (words % 2 != 0 || words / 2 != record.elementCount) {
+        KV_REPORT(errors, BoardAddressCorrupt, origin, record.elementCount, words);
+        return false;
+    }
+    for (u_int i = 0; i < words; i += 2)
+        address = address / KvCInventoryAddress(record.values.values_val[i], record.values.values_val[i + 1]);
+    if (address.getLength() == record.elementCount)
+        return true;
+    KV_REPORT(errors, BoardOutOfMemory, origin);
+    return false;
+}
+
+Answer plainResult(u_int status, const KvCErrorListPool& errors)
+{
+    ErrorBlock block(errors, KVIM_MAX_ERRORS);
+    const bool isLost = block.size() == 0 && errors.getErrorCount() != 0;
+    KvimResult record{isLost ? refused : status, {block.size(), block.data()}};
+    return encoded(xdr_KvimResult, record, fieldRoom + roomFor(block.size()));
+}
+
+InventoryService::InventoryService(const Parts& parts, Clock clock)
+    : m_board(parts.board),
+      m_locks(parts.locks),
+      m_update(parts.update),
+      m_files(parts.files),
+      m_clock(std::move(clock))
 {}
 
 Answer InventoryService::call(const Call& call)
@@ -91,7 +87,7 @@ Answer InventoryService::call(const Call& call)
         case KVIM_REGISTER_PARENT:
             return registerParent(call);
         default:
-            return Answer::of(Answer::Kind::ProcedureUnavailable);
+            return callUpdate(call);
     }
 }
 
@@ -113,41 +109,32 @@ Answer InventoryService::scan(const Call& call)
 
 Answer InventoryService::readParameter(const Call& call)
 {
-    Record<KvimAddressArguments, xdr_KvimAddressArguments> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
     const char* const origin = "InventoryService::readParameter";
-    KvCErrorListPool errors;
-    KvCInventoryAddress address;
-    KvCBuffer stream(errors);
-    const bool good = takeAddress(errors, arguments->address, address, origin) &&
-                      m_board.read(errors, address, stream) && fits(errors, stream, KVIM_MAX_PARAMETER, origin);
-    ErrorBlock block(errors, KVIM_MAX_ERRORS);
-    const auto [size, data] = bytesOf(good ? &stream : nullptr);
-    KvimReadParameterResult record{good ? done : refused, {size, data}, {block.size(), block.data()}};
-    return encoded(xdr_KvimReadParameterResult, record, fieldRoom + roomFor(size) + roomFor(block.size()));
+    KvCErrorListPool failed;
+    KvCBuffer stream(failed);
+    return atAddress<KvimAddressArguments, xdr_KvimAddressArguments>(
+        call, origin,
+        [&](KvCErrorListPool& errors, auto&, const KvCInventoryAddress& address) {
+            return m_board.read(errors, address, stream) && fits(errors, stream, KVIM_MAX_PARAMETER, origin);
+        },
+        [&](bool good, const KvCErrorListPool& errors) {
+            ErrorBlock block(errors, KVIM_MAX_ERRORS);
+            const auto [size, data] = bytesOf(good ? &stream : nullptr);
+            KvimReadParameterResult record{good ? done : refused, {size, data}, {block.size(), block.data()}};
+            return encoded(xdr_KvimReadParameterResult, record, fieldRoom + roomFor(size) + roomFor(block.size()));
+        });
 }
 
 Answer InventoryService::writeParameterValue(const Call& call)
 {
-    Record<KvimWriteParameterValueArguments, xdr_KvimWriteParameterValueArguments> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    KvCErrorListPool errors;
-    Answer refusal;
-    if (!mayModify(errors, call, arguments->accessId, refusal)) {
-        Answer answer = result(refused, errors);
-        answer.slow = refusal.slow;
-        return answer;
-    }
-    KvCInventoryAddress address;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(arguments->value.data.data_val);
-    const WireValue value{arguments->value.type, {bytes, arguments->value.data.data_len}};
-    const bool good = takeAddress(errors, arguments->address, address, "InventoryService::writeParameterValue") &&
-                      m_board.write(errors, arguments->accessId, address, value);
-    Answer answer = result(good ? done : refused, errors);
-    answer.accessId = arguments->accessId;
-    return answer;
+    return withLock<KvimWriteParameterValueArguments, xdr_KvimWriteParameterValueArguments>(
+        call, "InventoryService::writeParameterValue",
+        [&](KvCErrorListPool& errors, auto& arguments, const KvCInventoryAddress& address) {
+            const auto* bytes = reinterpret_cast<const unsigned char*>(arguments.value.data.data_val);
+            const WireValue value{arguments.value.type, {bytes, arguments.value.data.data_len}};
+            return m_board.write(errors, arguments.accessId, address, value);
+        },
+        resultOf);
 }
 
 Answer InventoryService::getLocalAddress(const Call& call) const
@@ -162,49 +149,42 @@ Answer InventoryService::getLocalAddress(const Call& call) const
 
 Answer InventoryService::apply(const Call& call)
 {
-    Record<KvimAccessArguments, xdr_KvimAccessArguments> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    KvCErrorListPool errors;
-    Answer refusal;
-    if (!mayModify(errors, call, arguments->accessId, refusal)) {
-        Answer answer = result(refused, errors);
-        answer.slow = refusal.slow;
-        return answer;
-    }
-    KvCInventoryAddress address;
-    std::size_t applied = 0;
-    const bool good = takeAddress(errors, arguments->address, address, "InventoryService::apply") &&
-                      m_board.apply(errors, arguments->accessId, address, applied);
-    if (applied != 0)
-        log("board " + std::to_string(m_board.serialNumber()) + ": " + valueCount(applied) + " applied at " +
-            shownAddress(address) + " by " + addressText(call.peer));
-    Answer answer = result(good ? done : refused, errors);
-    answer.accessId = arguments->accessId;
-    return answer;
+    return withLock<KvimAccessArguments, xdr_KvimAccessArguments>(
+        call, "InventoryService::apply",
+        [&](KvCErrorListPool& errors, auto& arguments, const KvCInventoryAddress& address) {
+            std::size_t applied = 0;
+            const bool good = m_board.apply(errors, arguments.accessId, address, applied);
+            if (applied != 0)
+                log("board " + std::to_string(m_board.serialNumber()) + ": " + valueCount(applied) + " applied at " +
+                    shownAddress(address) + " by " + addressText(call.peer));
+            return good;
+        },
+        resultOf);
 }
 
 Answer InventoryService::checkAuthority(const Call& call)
 {
-    Record<KvimCheckAuthorityArguments, xdr_KvimCheckAuthorityArguments> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    KvCErrorListPool errors;
-    KvCInventoryAddress address;
-    const bool good = takeAddress(errors, arguments->address, address, "InventoryService::checkAuthority") &&
-                      m_board.contains(errors, address);
-    bool isHolder = false;
-    Answer refusal;
-    if (good) {
-        KvCErrorListPool reasons;  // not transmitted: that the caller is not entitled is the answer, not an error
-        isHolder = mayModify(reasons, call, arguments->accessId, refusal);
-    }
-    ErrorBlock block(errors, KVIM_MAX_ERRORS);
-    KvimCheckAuthorityResult record{
-        good ? done : refused, isHolder && isRight(arguments->right), {block.size(), block.data()}};
-    Answer answer = encoded(xdr_KvimCheckAuthorityResult, record, fieldRoom + roomFor(block.size()));
-    answer.slow = refusal.slow;
-    answer.accessId = isHolder ? arguments->accessId : 0;
+    Authority authority;
+    KvUInt32 accessId = 0;
+    bool isAllowed = false;
+    Answer answer = atAddress<KvimCheckAuthorityArguments, xdr_KvimCheckAuthorityArguments>(
+        call, "InventoryService::checkAuthority",
+        [&](KvCErrorListPool& errors, auto& arguments, const KvCInventoryAddress& address) {
+            if (!m_board.contains(errors, address))
+                return false;
+            KvCErrorListPool reasons;  // not transmitted: that the caller is not entitled is the answer, not an error
+            authority = checkModify(reasons, call, arguments.accessId, m_locks, m_clock(), m_board.serialNumber());
+            accessId = authority.mayModify ? arguments.accessId : 0;
+            isAllowed = authority.mayModify && isRight(arguments.right);
+            return true;
+        },
+        [&](bool good, const KvCErrorListPool& errors) {
+            ErrorBlock block(errors, KVIM_MAX_ERRORS);
+            KvimCheckAuthorityResult record{good ? done : refused, isAllowed, {block.size(), block.data()}};
+            return encoded(xdr_KvimCheckAuthorityResult, record, fieldRoom + roomFor(block.size()));
+        });
+    answer.slow = authority.slow;
+    answer.accessId = accessId;
     return answer;
 }
 
@@ -216,21 +196,7 @@ Answer InventoryService::registerParent(const Call& call)
     m_parent = arguments->parent;
     log("board " + std::to_string(m_board.serialNumber()) + ": parent " + std::to_string(m_parent) +
         " registered from " + addressText(call.peer));
-    return result(done, KvCErrorListPool());
-}
-
-bool InventoryService::mayModify(KvCErrorListPool& errors, const Call& call, KvUInt32 accessId, Answer& refusal)
-{
-    LockTable::Level level = LockTable::Level::None;
-    const LockTable::Outcome outcome = m_locks.check(m_clock(), call.peer, accessId, level);
-    if (outcome != LockTable::Outcome::Granted) {
-        refuseAccess(errors, call, outcome, accessId, m_locks.limits(), m_board.serialNumber(), refusal);
-        return false;
-    }
-    if (level == LockTable::Level::Modify)
-        return true;
-    KV_REPORT(errors, BoardAccessTooLow, "InventoryService::mayModify", accessId);
-    return false;
+    return plainResult(done, KvCErrorListPool());
 }
 
 }  // namespace KvNBoardService

@@ -164,7 +164,8 @@ bool Service::start(std::string& problem)
     }
     int index = 0;
     for (const std::unique_ptr<Unit>& unit : m_units) {
-        if (unit->files.removeUnfinished(problem) != Files::Outcome::Done || !listen(index, *unit, problem))
+        if (unit->files.removeUnfinished(problem) != Files::Outcome::Done || !unit->update.restore(problem) ||
+            !listen(index, *unit, problem))
             return false;
         ++index;
     }

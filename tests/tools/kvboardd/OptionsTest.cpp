@@ -27,6 +27,7 @@ TEST(OptionsTest, LimitsHaveTheirDefaults)
     EXPECT_FALSE(line.options.rpcbind);
     EXPECT_FALSE(line.options.allAddresses);
     EXPECT_EQ(line.options.leaseSeconds, 20u);
+    EXPECT_EQ(line.options.updateSeconds, 2u);
     EXPECT_EQ(line.options.maximumLocks, 64u);
     EXPECT_EQ(line.options.connections, 64u);
     EXPECT_EQ(line.options.connectionsPerSource, 8u);
@@ -51,6 +52,8 @@ TEST(OptionsTest, EverythingCanBeSet)
                                    "--all-addresses",
                                    "--lease-seconds",
                                    "2",
+                                   "--update-seconds",
+                                   "7",
                                    "--max-locks",
                                    "3",
                                    "--max-connections",
@@ -85,6 +88,7 @@ TEST(OptionsTest, EverythingCanBeSet)
     EXPECT_EQ(line.options.port, 7000);
     EXPECT_TRUE(line.options.allAddresses);
     EXPECT_EQ(line.options.leaseSeconds, 2u);
+    EXPECT_EQ(line.options.updateSeconds, 7u);
     EXPECT_EQ(line.options.maximumLocks, 3u);
     EXPECT_EQ(line.options.connections, 4u);
     EXPECT_EQ(line.options.connectionsPerSource, 5u);
@@ -125,7 +129,7 @@ TEST(OptionsTest, TheBoardsAndTheMachineExcludeEachOther)
         EXPECT_NE(line.text.find(reason), std::string::npos) << line.text;
     };
     refuses({}, "--boards FILE or --host is required");
-    refuses({"--host", "--boards", "b"}, "--host excludes --boards");
+    refuses({"--host", "--boards", "b"}, "--boards excludes --host");
     refuses({"--boards", "b", "--serial", "1"}, "--serial requires --host");
     refuses({"--boards", "b", "--address", "127.0.0.1"}, "--address requires --host");
     refuses({"--host", "--serial", "4294967296"}, "--serial");
@@ -151,6 +155,7 @@ TEST(OptionsTest, TheHelpListsEveryOption)
                                "--port ",
                                "--all-addresses",
                                "--lease-seconds",
+                               "--update-seconds",
                                "--max-locks",
                                "--max-wrong-ids",
                                "--wrong-id-seconds",
@@ -166,7 +171,7 @@ TEST(OptionsTest, TheHelpListsEveryOption)
                                "--max-request",
                                "--max-memory",
                                "--version",
-                               "Example:"})
+                               "Examples:"})
         EXPECT_NE(line.text.find(option), std::string::npos) << option;
     EXPECT_NE(line.text.find("1052672"), std::string::npos) << "defaults are shown";
 }
@@ -191,6 +196,7 @@ TEST(OptionsTest, WrongUsageEndsWithTwo)
                                                          {"--boards", "b", "--port", "-1"},
                                                          {"--boards", "b", "--lease-seconds", "0"},
                                                          {"--boards", "b", "--lease-seconds", "86401"},
+                                                         {"--boards", "b", "--update-seconds", "86401"},
                                                          {"--boards", "b", "--max-locks", "65"},
                                                          {"--boards", "b", "--max-chunk", "1048577"}};
     for (const auto& arguments : wrong) {
