@@ -106,7 +106,7 @@ std::vector<InterfaceAddress> interfaceAddresses();
 /**
  * Reads all that can be read now. `root` is the folder that stands for /, with etc, proc and sys in it; `addresses` are
  * the addresses of the interfaces, which no file has. Never fails; throws std::bad_alloc when memory is out. To be
- * called before threads are started: another root than / goes to the topology library by the environment.
+ * called before threads are started: the topology library is told some things by the environment.
  */
 Machine readMachine(const std::string& root, const std::vector<InterfaceAddress>& addresses);
 

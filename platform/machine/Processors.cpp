@@ -14,17 +14,17 @@ namespace {
 
 constexpr std::size_t largestProcessorList = std::size_t(16) << 20;
 
-/** The environment variable by which the topology library is given another root; gone with the object. */
-class OtherRoot
+/** A variable of the environment, by which alone the topology library is told some things; gone with the object. */
+class Variable
 {
 public:
-    explicit OtherRoot(const std::string& root) { ::setenv(variable, root.c_str(), 1); }
-    ~OtherRoot() { ::unsetenv(variable); }
-    OtherRoot(const OtherRoot&) = delete;
-    OtherRoot& operator=(const OtherRoot&) = delete;
+    Variable(const char* name, const std::string& value) : m_name(name) { ::setenv(name, value.c_str(), 1); }
+    ~Variable() { ::unsetenv(m_name); }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
 
 private:
-    static constexpr const char* variable = "HWLOC_FSROOT";
+    const char* m_name;
 };
 
 struct Destroy
@@ -117,9 +117,11 @@ std::string info(hwloc_obj* object, const char* name)
 std::vector<Processor> readProcessors(const std::string& root, const SystemFiles& files)
 {
     const bool isThisMachine = root == "/";
-    std::optional<OtherRoot> other;
+    // What it misses it would say on standard error.
+    const Variable silence("HWLOC_HIDE_ERRORS", "2");
+    std::optional<Variable> otherRoot;
     if (!isThisMachine)
-        other.emplace(root);
+        otherRoot.emplace("HWLOC_FSROOT", root);
     const Topology topology = loadTopology(isThisMachine);
     if (!topology)
         return {};

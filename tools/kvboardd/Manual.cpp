@@ -128,8 +128,10 @@ std::string optionEntry(const OptionRow& row)
     if (!row.value.empty())
         entry += " " + KvNText::forManual(row.value);
     entry += "\n" + KvNText::forManual(row.help);
-    if (!row.defaultValue.empty())
-        entry += " (default: " + KvNText::forManual(row.defaultValue) + ")";
+    const std::string byDefault = row.defaultValue.empty() ? "" : "default " + row.defaultValue;
+    const std::string facts = row.range + (row.range.empty() || byDefault.empty() ? "" : "; ") + byDefault;
+    if (!facts.empty())
+        entry += " (" + KvNText::forManual(facts) + ")";
     return entry + ".\n";
 }
 

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <sstream>
+#include <utility>
 
 #include "tools/kvboardd/BoardFile.h"
 
@@ -138,10 +139,20 @@ std::vector<OptionRow> optionRows()
     CLI::App app("", "kvboardd");
     fill(app, options);
     std::vector<OptionRow> rows;
-    for (const CLI::Option* option : app.get_options())
-        rows.push_back({"--" + option->get_lnames().front(),
-                        option->get_items_expected_max() == 0 ? "" : option->get_type_name(), option->get_default_str(),
-                        option->get_description(), option->get_group()});
+    for (const CLI::Option* option : app.get_options()) {
+        OptionRow row;
+        row.name = "--" + option->get_lnames().front();
+        row.defaultValue = option->get_default_str();
+        row.help = option->get_description();
+        row.group = option->get_group();
+        // "PORT:INT in [1 - 65535]"; flags have a type too.
+        const std::string type = option->get_type_name();
+        if (option->get_items_expected_max() != 0)
+            row.value = type.substr(0, type.find(':'));
+        if (const std::size_t range = type.find('['); range != std::string::npos)
+            row.range = type.substr(range + 1, type.find(']') - range - 1);
+        rows.push_back(std::move(row));
+    }
     return rows;
 }
 

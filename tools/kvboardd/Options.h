@@ -58,14 +58,15 @@ struct CommandLine
 /** Reads the command line: status 0 for help and version, 2 for a wrong one, with the reason in `text`. */
 CommandLine readCommandLine(int count, const char* const* arguments);
 
-/** What an option is to its readers: "--port", "PORT", its default, what it does, under which heading. */
+/** What an option is to its readers. */
 struct OptionRow
 {
-    std::string name;
-    std::string value;
-    std::string defaultValue;
+    std::string name;          ///< "--port"
+    std::string value;         ///< "PORT"; empty for a flag
+    std::string range;         ///< "0 - 65535"; empty when any value goes
+    std::string defaultValue;  ///< empty when its help says it, or when there is none
     std::string help;
-    std::string group;
+    std::string group;  ///< the heading that it stands under
 };
 
 /** All options in the order of the help, from which the manual page and the shells' completion are made. */

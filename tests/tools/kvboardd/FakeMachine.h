@@ -43,6 +43,8 @@ private:
         put("etc/machine-id", "0123456789abcdef0123456789abcdef\n");
         put("proc/sys/kernel/hostname", "bench-3\n");
         put("proc/sys/kernel/arch", "x86_64\n");
+        // By which the topology library knows how to read proc/cpuinfo.
+        put("proc/hwloc-nofile-info", "Architecture: x86_64\n");
         put("proc/sys/kernel/ostype", "Linux\n");
         put("proc/sys/kernel/osrelease", "6.1.44-rt-2\n");
         put("proc/sys/kernel/version", "#1 SMP PREEMPT_RT\n");
