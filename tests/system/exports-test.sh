@@ -6,7 +6,9 @@ foreign=$(nm -DC --defined-only "$1" | cut -d' ' -f3- | grep -vE '(^|[ *&<(])Kv|
     grep -vE '^operator (new|delete)(\[\])?\(.*KvCErrorListPool&\)$' || true)
 [ -z "$foreign" ] || { printf 'exported, but not of the interface:\n%s\n' "$foreign"; exit 1; }
 for name in KvNInventoryIDs::CPU KvNInventoryIDs::Map KvNInventoryIDs::THIS_NODE 'KvCInventoryManager::getInstance()' \
-    'KvCErrorManager::getSingleton()' 'vtable for KvCInventoryItem' 'KvCXmlSerializer::'; do
+    'KvCErrorManager::getSingleton()' 'vtable for KvCInventoryItem' 'KvCXmlSerializer::' \
+    'KvCInventoryManager::transferFile(' 'KvCInventoryManager::deleteRemoteFile(' 'KvCInventoryManager::updateErrors2(' \
+    'KvDAL_putFileU(' 'KvDAL_deleteFile(' 'KvDAL_createFTClientHandle(' 'KvDAL_deleteFTClientHandle('; do
     nm -DC --defined-only "$1" | grep -qF "$name" || { echo "not exported: $name"; exit 1; }
 done
 constants=$(nm -DC --defined-only "$1" | grep -cE ' [BDR] KvNInventoryIDs::[A-Z0-9_]+$|KvNInventoryIDs::Map$')
