@@ -50,7 +50,7 @@ ScriptedBoards::Board::Board(KvUInt32 ownAddress, KvUInt32 serial, const char* s
 void ScriptedBoards::Board::set(KvUInt32 program, KvUInt32 procedure, Kind kind, const Bytes& results)
 {
     const std::lock_guard<std::mutex> guard(m_mutex);
-    m_behaviours[{program, procedure}] = {kind, results};
+    m_behaviours[{program, procedure}] = {kind, results, {}};
 }
 
 void ScriptedBoards::Board::answer(KvUInt32 procedure, const Bytes& results)
@@ -63,9 +63,21 @@ void ScriptedBoards::Board::answerDeviceAccess(KvUInt32 procedure, const Bytes& 
     set(DeviceAccessProgram, procedure, Kind::Answer, results);
 }
 
+void ScriptedBoards::Board::answers(KvUInt32 procedure, const std::vector<Bytes>& results)
+{
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_behaviours[{InventoryProgram, procedure}] = {
+        results.back().empty() ? Kind::HangUp : Kind::Answer, results.back(), {results.begin(), results.end() - 1}};
+}
+
 void ScriptedBoards::Board::stall(KvUInt32 procedure)
 {
     set(InventoryProgram, procedure, Kind::Stall, {});
+}
+
+void ScriptedBoards::Board::stallDeviceAccess(KvUInt32 procedure)
+{
+    set(DeviceAccessProgram, procedure, Kind::Stall, {});
 }
 
 void ScriptedBoards::Board::hangUp(KvUInt32 procedure)
@@ -203,8 +215,14 @@ void ScriptedBoards::call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter re
             (board.m_connections.empty() || board.m_connections.back() != call.connection))
             board.m_connections.push_back(call.connection);
         const auto found = board.m_behaviours.find({call.program, call.procedure});
-        if (found != board.m_behaviours.end())
+        if (found != board.m_behaviours.end()) {
             behaviour = found->second;
+            if (!behaviour.before.empty()) {
+                behaviour.results = behaviour.before.front();
+                behaviour.kind = behaviour.results.empty() ? Board::Kind::HangUp : Board::Kind::Answer;
+                found->second.before.pop_front();
+            }
+        }
         mapsPorts = board.m_mapsPorts;
     }
     board.m_called.notify_all();

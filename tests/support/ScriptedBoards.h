@@ -44,8 +44,12 @@ public:
         void answer(KvUInt32 procedure, const Bytes& results);
         /** The results of a procedure of the device access service. */
         void answerDeviceAccess(KvUInt32 procedure, const Bytes& results);
+        /** The results of the next calls of a procedure of the inventory manager service, one after the other; the
+            last ones are those of all further calls. Without results the connection ends instead. */
+        void answers(KvUInt32 procedure, const std::vector<Bytes>& results);
         /** The procedure is never answered. */
         void stall(KvUInt32 procedure);
+        void stallDeviceAccess(KvUInt32 procedure);
         /** The connection ends when the procedure is called. */
         void hangUp(KvUInt32 procedure);
         /** The service does not have the procedure; so it is with every procedure that was not set. */
@@ -79,6 +83,7 @@ public:
         {
             Kind kind = Kind::Lack;
             Bytes results;
+            std::deque<Bytes> before;  // of the calls before
         };
 
         void set(KvUInt32 program, KvUInt32 procedure, Kind kind, const Bytes& results);

@@ -42,11 +42,11 @@ void redirect(const std::string& path, int flags, int stream)
 
 Running::Running(const std::string& program, const std::vector<std::string>& arguments,
                  const Circumstances& circumstances)
-    : m_folder(newFolder())
+    : m_folder(newFolder()), m_onTerminal(circumstances.onTerminal), m_errorsOnTerminal(circumstances.errorsOnTerminal)
 {
     if (!circumstances.input.empty())
         std::ofstream(m_folder / "in", std::ios::binary) << circumstances.input;
-    if (circumstances.onTerminal) {
+    if (m_onTerminal || m_errorsOnTerminal) {
         m_terminal = posix_openpt(O_RDWR | O_NOCTTY);
         grantpt(m_terminal);
         unlockpt(m_terminal);
@@ -58,8 +58,11 @@ void Running::start(const std::string& program, const std::vector<std::string>& 
                     const Circumstances& circumstances)
 {
     std::string output = circumstances.output.empty() ? (m_folder / "out").string() : circumstances.output;
-    if (m_terminal >= 0)
+    std::string errors = (m_folder / "err").string();
+    if (m_onTerminal)
         output = ptsname(m_terminal);
+    if (m_errorsOnTerminal)
+        errors = ptsname(m_terminal);
     m_child = fork();
     if (m_child != 0)
         return;
@@ -67,7 +70,7 @@ void Running::start(const std::string& program, const std::vector<std::string>& 
         putenv(const_cast<char*>(variable.c_str()));
     redirect(circumstances.input.empty() ? "/dev/null" : (m_folder / "in").string(), O_RDONLY, 0);
     redirect(output, O_WRONLY | O_CREAT | O_NOCTTY, 1);
-    redirect((m_folder / "err").string(), O_WRONLY | O_CREAT, 2);
+    redirect(errors, O_WRONLY | O_CREAT | O_NOCTTY, 2);
     if (!circumstances.folder.empty() && chdir(circumstances.folder.c_str()) != 0)
         _exit(126);
     std::vector<char*> pointers = {const_cast<char*>(program.c_str())};
@@ -98,10 +101,10 @@ void Running::signal(int number) const
     kill(m_child, number);
 }
 
-bool Running::waitFor(const std::string& text)
+bool Running::waitFor(const std::string& text, const char* stream)
 {
     for (;;) {
-        if (readFile(m_folder / "out").find(text) != std::string::npos)
+        if (readFile(m_folder / stream).find(text) != std::string::npos)
             return true;
         if (waitpid(m_child, nullptr, WNOHANG) == m_child) {
             m_child = -1;
@@ -125,8 +128,8 @@ Ended Running::wait()
     m_child = -1;
     Ended ended;
     ended.status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    ended.out = m_terminal >= 0 ? m_terminalText : readFile(m_folder / "out");
-    ended.err = readFile(m_folder / "err");
+    ended.out = m_onTerminal ? m_terminalText : readFile(m_folder / "out");
+    ended.err = m_errorsOnTerminal ? m_terminalText : readFile(m_folder / "err");
     return ended;
 }
 

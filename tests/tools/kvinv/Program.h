@@ -22,6 +22,7 @@ struct Circumstances
     std::vector<std::string> environment;  ///< NAME=VALUE, added
     std::string output;                    ///< a file in place of the collected standard output
     bool onTerminal = false;               ///< standard output is a terminal
+    bool errorsOnTerminal = false;         ///< standard error is a terminal, the same one
     std::string folder;                    ///< working directory
 };
 
@@ -36,8 +37,9 @@ public:
     Running& operator=(const Running&) = delete;
 
     void signal(int number) const;
-    /** Waits until `text` stands on its standard output; false when the program ended before. */
-    bool waitFor(const std::string& text);
+    /** Waits until `text` stands on its standard output ("out") or standard error ("err"), when that is no terminal;
+        false when the program ended before. */
+    bool waitFor(const std::string& text, const char* stream = "out");
     /** Waits for its end. */
     Ended wait();
 
@@ -46,6 +48,8 @@ private:
                const Circumstances& circumstances);
 
     std::filesystem::path m_folder;
+    bool m_onTerminal;
+    bool m_errorsOnTerminal;
     std::string m_terminalText;
     pid_t m_child = -1;
     int m_terminal = -1;
