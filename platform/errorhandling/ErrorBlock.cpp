@@ -10,6 +10,8 @@
 namespace {
 
 constexpr KvUInt32 blockVersion = 1;
+/* No message comes near so many. An entry of nothing but empty arguments would take more memory than its block. */
+constexpr KvUInt32 mostArguments = 64;
 
 class BlockWriter
 {
@@ -59,15 +61,18 @@ public:
     }
 
     bool malformed() const { return m_malformed; }
+    void refuse()
+    {
+        m_malformed = true;
+        m_left = 0;
+    }
     bool atEnd() const { return m_left == 0; }
 
 private:
     bool has(std::size_t bytes)
     {
-        if (bytes > m_left) {
-            m_malformed = true;
-            m_left = 0;
-        }
+        if (bytes > m_left)
+            refuse();
         return !m_malformed;
     }
     void skip(std::size_t bytes)
@@ -89,6 +94,8 @@ KvUInt32 skipEntry(BlockReader& reader)
     reader.text();
     reader.text();
     const KvUInt32 arguments = reader.number();
+    if (arguments > mostArguments)
+        reader.refuse();
     for (KvUInt32 i = 0; i < arguments && !reader.malformed(); ++i)
         reader.text();
     return arguments;

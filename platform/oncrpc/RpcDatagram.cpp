@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "platform/oncrpc/KvCRpcClient.h"
@@ -57,6 +60,9 @@ struct Item
 };
 
 using Items = std::vector<Item, KvNAllocation::Allocator<Item>>;
+/** Places of items by their tag. */
+using Places = std::unordered_multimap<KvUInt64, std::size_t, std::hash<KvUInt64>, std::equal_to<KvUInt64>,
+                                       KvNAllocation::Allocator<std::pair<const KvUInt64, std::size_t>>>;
 
 }  // namespace
 
@@ -87,6 +93,7 @@ struct RpcDatagram::State : public KvNAllocation::Object
     std::size_t largestReply = 65536;
     std::size_t mostSenders = 4096;
     Items items;
+    Places tagged;
     std::size_t openItems = 0;
     KvUInt32 nextTransactionId = firstTransactionId();
 
@@ -169,7 +176,13 @@ bool RpcDatagram::add(const Request& request) noexcept
             return false;
         putRecordMark(item.message.data(), item.message.size() - markBytes);
         item.request.arguments = nullptr;
-        m_state->items.push_back(std::move(item));
+        const auto tagged = m_state->tagged.emplace(request.tag, m_state->items.size());
+        try {
+            m_state->items.push_back(std::move(item));
+        } catch (...) {
+            m_state->tagged.erase(tagged);
+            return false;
+        }
         ++m_state->openItems;
     } catch (...) {
         return false;
@@ -183,14 +196,17 @@ void RpcDatagram::drop(KvUInt64 tag) noexcept
 {
     if (m_state == nullptr)
         return;
-    for (Item& item : m_state->items) {
-        if (!item.open || item.request.tag != tag)
+    const auto [first, last] = m_state->tagged.equal_range(tag);
+    for (auto place = first; place != last; ++place) {
+        Item& item = m_state->items[place->second];
+        if (!item.open)
             continue;
         item.open = false;
         --m_state->openItems;
         if (item.stream != nullptr)
             item.stream->close();
     }
+    m_state->tagged.erase(first, last);
     m_state->stopIfDone();
 }
 
@@ -270,6 +286,7 @@ void RpcDatagram::State::closeAll() noexcept
         if (item.stream != nullptr)
             item.stream->close();
     items.clear();
+    tagged.clear();
     openItems = 0;
     socket.reset();
     timer.reset();

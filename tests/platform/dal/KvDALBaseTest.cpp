@@ -261,8 +261,8 @@ TEST(KvDALDevice, takesItsAddressAsTextToo)
 
 TEST(KvDALMessages, areKnownToTheErrorManager)
 {
-    for (const KvUInt32 code : {0x200001u, 0x200011u, 0x200015u, 0x200801u, 0x20080Cu, 0x201001u})
+    for (const KvUInt32 code : {0x200001u, 0x200014u, 0x200015u, 0x200801u, 0x20080Cu, 0x201001u})
         EXPECT_NE(KvCErrorManager::getMessageText(code), nullptr) << code;
-    for (const KvUInt32 code : {0x200000u, 0x200012u, 0x200016u, 0x20080Du, 0x201002u})
+    for (const KvUInt32 code : {0x200000u, 0x200016u, 0x20080Du, 0x201002u})
         EXPECT_EQ(KvCErrorManager::getMessageText(code), nullptr) << code;
 }

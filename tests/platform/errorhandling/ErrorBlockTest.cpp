@@ -169,6 +169,18 @@ TEST(ErrorBlock, MayHoldMoreArgumentsThanATextHasPlaceholders)
     EXPECT_EQ(errors.serialize(), block.bytes);
 }
 
+TEST(ErrorBlock, WithMoreArgumentsThanAnyMessageHasIsMalformed)
+{
+    for (const KvUInt32 count : {64U, 65U, 1000000U}) {
+        Block block;
+        block.number(1).number(1).number(TestMessages::withText).number(0).text("").text("").number(count);
+        block.bytes.resize(block.bytes.size() + 4U * count);
+        KvCErrorListPool errors;
+        EXPECT_EQ(read(errors, block.bytes), count == 64) << count;
+        EXPECT_EQ(errors.getErrorCount(), count == 64 ? 1U : 0U);
+    }
+}
+
 TEST(ErrorBlock, TextsMayHoldNuls)
 {
     const std::string text("a\0b", 3);

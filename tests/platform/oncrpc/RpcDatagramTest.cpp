@@ -189,6 +189,29 @@ TEST(RpcDatagram, AHandlerMayAskFurtherAndDropWhatIsNoLongerNeeded)
     EXPECT_EQ(collector.replies.size(), 3u);
 }
 
+TEST(RpcDatagram, DropsEveryRequestOfATagAndNoOther)
+{
+    ScriptedBoard mapper(nothing, answerEleven);
+    ScriptedBoard silent(nothing, [](const Bytes&) { return std::nullopt; });
+    RpcDatagram exchange;
+    exchange.add(request(0x7F000001, silent.port(), 2));
+    exchange.add(request(0x7F000001, mapper.port(), 1));
+    exchange.add(request(0x7F000001, silent.port(), 2));
+    exchange.add(request(0x7F000001, silent.port(), 3));
+    exchange.drop(3);
+    exchange.drop(3);
+    exchange.drop(4);
+    Collector collector;
+    collector.further = [](RpcDatagram& running, const RpcDatagram::Reply&) { running.drop(2); };
+    EXPECT_EQ(collector.run(exchange, 60000), RpcDatagram::End::AllAnswered);
+    EXPECT_EQ(collector.replies.size(), 1u);
+    // a tag may be used again
+    exchange.add(request(0x7F000001, mapper.port(), 2));
+    collector.further = nullptr;
+    EXPECT_EQ(collector.run(exchange, 60000), RpcDatagram::End::AllAnswered);
+    EXPECT_EQ(collector.replies.size(), 2u);
+}
+
 TEST(RpcDatagram, ABroadcastCollectsEachSenderOnceUntilTheDeadline)
 {
     // Two services share the loopback network's broadcast address and answer from their own.
