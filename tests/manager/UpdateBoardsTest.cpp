@@ -1,7 +1,9 @@
 #include <cstdio>
 #include <string>
 
+#include "EachAllocation.h"
 #include "ManagerTest.h"
+#include "tests/support/CapturedOutput.h"
 #include "tests/support/ScriptedBoards.h"
 
 /* A whole update of a board behind real sockets, from the lock to the unlock. */
@@ -82,6 +84,7 @@ protected:
 
     const KvCInventoryManager& manager = KvCInventoryManager::getInstance();
     KvCErrorListPool errors;
+    CapturedOutput output;
     ScriptedBoards scripted;
     const std::string path;
     ScriptedBoards::Board* board;
@@ -170,6 +173,27 @@ TEST_F(WholeUpdate, ofAFileThatIsNotThereLeavesTheBoardAlone)
     errors.clear();
     EXPECT_EQ(0, manager.unlock(errors, lock));
     EXPECT_EQ((std::vector<KvUInt32>{RequestAccess, ReleaseAccess}), accessed());
+}
+
+TEST_F(WholeUpdate, withoutMemoryIsReportedStepByStep)
+{
+    ASSERT_EQ(0, manager.lock(errors, root, address, 2, lock));
+    std::set<KvUInt32> seen;
+    const std::wstring local(path.begin(), path.end());
+    eachAllocationFails(
+        [&](KvCErrorListPool& list) {
+            KvNInventoryManager::KvSRemoteFileHandle put{"d", "f"};
+            const long result = manager.transferFile(list, root, address, lock, local.c_str(), nullptr, nullptr, put);
+            EXPECT_STREQ(result == 0 ? "kv-1" : "f", put.fileName.c_str());
+            return result;
+        },
+        seen);
+    eachAllocationFails(
+        [&](KvCErrorListPool& list) { return manager.deleteRemoteFile(list, root, address, lock, file); }, seen);
+    for (const KvUInt32 code : {0x1600804u, 0x1600812u, 0x1600827u})
+        EXPECT_EQ(1u, seen.count(code)) << std::hex << code;
+    EXPECT_EQ(0, manager.unlock(errors, lock));
+    EXPECT_EQ(Codes(), codesOf(errors));
 }
 
 }  // namespace
