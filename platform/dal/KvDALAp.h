@@ -77,17 +77,19 @@ KV_EXPORT KvInt32 KvDAL_deleteFTClientHandle(KvCErrorListPool& errors, void* tra
  * whole or not at all. A call whose reply was lost is repeated; after any failure the board is told to drop what it
  * has.
  *
- * @param reserved   null
- * @param localPath  ends with a NUL; where names of files are bytes, it stands for its UTF-8. Only a regular file, or a
- *                   link to one, can be put.
- * @param directory  as the board handed it out, with `fileName` and the "/" at most 255 bytes; `fileName` is not empty
- * @param progress   may be null; called in the calling thread after each chunk but the last with the thousandths of the
- *                   file that the board has (0 to 999, never less than before), and once with 1000 when the board has
- *                   checked the whole file. Must not throw.
- * @param context    is passed to `progress`
- * @return 0, or minus one of the results InvalidHandle, InvalidArgument, OutOfMemory, NoAccess (no access id is in
- *         force), LocalFileFailed, LocalFileChanged, TransferCancelled, ConnectionFailed, InvalidReply, BoardRefused +
- *         status. What the board reports comes before our own entry.
+ * `reserved` is null. `localPath` ends with a NUL; where names of files are bytes, they are its UTF-8. Only a regular
+ * file, or a link to one, can be put. `directory` and `fileName` (not empty) are as the board handed them out, together
+ * with the "/" at most 255 bytes.
+ *
+ * `progress` may be null. It is called with `context` in the calling thread: after each chunk but the last with the
+ * thousandths of the file that the board has (0 to 999, never less than before), and once with 1000 when the board has
+ * checked the whole file. It must not throw, and must not itself put a file on this board: transfers to one board take
+ * turns.
+ *
+ * Returns 0, or minus one of the results InvalidHandle, InvalidArgument, OutOfMemory, NoAccess (no access id is in
+ * force), LocalFileFailed, LocalFileChanged, TransferCancelled, ConnectionFailed, InvalidReply, BoardRefused + status.
+ * What the board reports comes before our own entry. When the result is ConnectionFailed or TransferCancelled and the
+ * board could not be reached any more, it drops the transfer as soon as the lock has ended.
  */
 KV_EXPORT KvInt32 KvDAL_putFileU(KvCErrorListPool& errors, void* reserved, void* transfer, const wchar_t* localPath,
                                  const char* directory, const char* fileName, void (*progress)(unsigned int, void*),
