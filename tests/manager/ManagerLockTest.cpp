@@ -76,6 +76,19 @@ TEST_F(Lock, givenBackTwiceIsReported)
     EXPECT_EQ(0x1600821u, errors.getErrorCode(errors.getErrorCount() - 1));
 }
 
+TEST_F(Lock, thatTheBoardHasWithdrawnCannotBeGivenBackOrUsed)
+{
+    ASSERT_EQ(0, manager.lock(errors, root, address, 2, lock));
+    board->answerDeviceAccess(Release, Record().number(2).opaque({}));
+    EXPECT_EQ(-1, manager.unlock(errors, lock));
+    EXPECT_EQ(0x1600821u, errors.getErrorCode(errors.getErrorCount() - 1));
+    errors.clear();
+    // The handle is gone all the same.
+    EXPECT_EQ(-1, manager.deleteRemoteFile(errors, root, address, lock, {"d", "f"}));
+    EXPECT_EQ(0x1600822u, errors.getErrorCode(errors.getErrorCount() - 1));
+    EXPECT_TRUE(board->calls().empty());
+}
+
 TEST_F(Lock, thatAnotherHoldsNamesLevelAndAddress)
 {
     board->answerDeviceAccess(Request, grant(1, 0));
