@@ -134,7 +134,10 @@ protected:
                           }};
     LockTable m_locks{{},
                       [this] { return std::optional<KvUInt32>(m_nextId++); },
-                      [this](KvUInt32 accessId, LockTable::End) { m_board->dropWritten(accessId); }};
+                      [this](KvUInt32 accessId, LockTable::End) {
+                          m_board->dropWritten(accessId);
+                          m_transfers.lockEnded(accessId);
+                      }};
     Update m_update{*m_board, 10s};
     InventoryService m_inventory{{*m_board, m_locks, m_update, m_files}, [this] { return m_now; }};
     DeviceAccessService m_access{
