@@ -25,8 +25,8 @@ private:
 };
 
 /**
- * What an operation over a root handle does before the remote call: it finds the board that the address names, reads
- * the access id of the lock, and gets the board's client. And what it does after it: it says whether the list grew.
+ * What an operation over a root handle does before it speaks to the board: it finds the board that the address names,
+ * reads the access id of the lock, and gets the board's client. And what it does behind: it says whether the list grew.
  */
 class BoardCall
 {
@@ -57,8 +57,7 @@ public:
         });
     }
 
-    /** Runs `operation(deviceHandle, accessId)` under a lock: 0x1600822. It gets the client itself, when it needs it.
-     */
+    /** Runs `operation(deviceHandle, accessId)` under a lock: 0x1600822. It gets the client itself, if at all. */
     template <class Operation>
     long runOnDevice(void* lockHandle, Operation operation) const
     {
