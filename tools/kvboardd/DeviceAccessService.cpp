@@ -15,16 +15,6 @@ namespace {
 
 constexpr std::size_t mostHolders = 64;
 
-/** The number that came for an enumeration, which may be none of it. */
-template <class Enumeration>
-int transmitted(const Enumeration& value)
-{
-    int number = 0;
-    static_assert(sizeof number == sizeof value);
-    std::memcpy(&number, &value, sizeof number);
-    return number;
-}
-
 LockTable::Level levelOf(int number)
 {
     return number == KVDA_OBSERVE  ? LockTable::Level::Observe

@@ -119,7 +119,8 @@ Answer InventoryService::update(const Call& call)
     return withLock<KvimUpdateArguments, xdr_KvimUpdateArguments>(
         call, "InventoryService::update",
         [&](KvCErrorListPool& errors, auto& arguments, const KvCInventoryAddress& address) {
-            return beginUpdate(errors, call, arguments, static_cast<KvUInt32>(arguments.firmwareType), address);
+            return beginUpdate(errors, call, arguments, static_cast<KvUInt32>(transmitted(arguments.firmwareType)),
+                               address);
         },
         resultOf);
 }

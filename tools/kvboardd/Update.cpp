@@ -137,12 +137,12 @@ void Update::simulate(Milliseconds elapsed) noexcept
 
 void Update::verify()
 {
+    reach(verifyPercent, Step::Verify);
     const Image::Verification verification = m_image->verify(m_errors);
     if (verification == Image::Verification::Failed)
         return fail();
-    const KvUInt64 all = m_image->contentBytes();
-    const KvUInt64 part =
-        (verifiedPercent - verifyPercent) * (all == 0 ? 0 : m_image->verifiedBytes()) / std::max<KvUInt64>(all, 1);
+    const KvUInt64 all = std::max<KvUInt64>(m_image->contentBytes(), 1);
+    const KvUInt64 part = (verifiedPercent - verifyPercent) * m_image->verifiedBytes() / all;
     reach(verifyPercent + static_cast<KvUInt32>(part), Step::Verify);
     if (verification == Image::Verification::Good)
         conclude();

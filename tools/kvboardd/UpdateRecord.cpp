@@ -7,6 +7,7 @@
 
 #include "platform/errorhandling/KvCErrorList.h"
 #include "tools/common/JsonEvents.h"
+#include "tools/kvboardd/Image.h"
 #include "tools/kvboardd/Log.h"
 
 namespace KvNBoardService {
@@ -37,7 +38,7 @@ constexpr Member members[] = {{"format", "the text \"korvel-update\"", true},
                               {"version", "the number 1", true},
                               {"state", "\"idle\", \"running\", \"verified\" or \"failed\"", true},
                               {"address", "the address of an item", false},
-                              {"firmwareType", "a whole number from 0 to 4294967295", false},
+                              {"firmwareType", "the number of a firmware type", false},
                               {"newVersion", "0x and 16 hexadecimal digits", false},
                               {"errors", "an error list block in hexadecimal digits", false}};
 
@@ -132,10 +133,9 @@ bool Reader::number(const KvNJson::Number& value)
         return (isWhole && value.asUnsigned == 1) || wrong("another number");
     if (m_key != "firmwareType")
         return wrong("a number");
-    if (!isWhole || value.asUnsigned > 0xFFFFFFFF)
-        return wrong("another number");
     m_record.firmwareType = static_cast<KvUInt32>(value.asUnsigned);
-    return true;
+    const bool isType = isWhole && value.asUnsigned <= 0xFFFFFFFF && firmwareTypeName(m_record.firmwareType) != nullptr;
+    return isType || wrong("another number");
 }
 
 bool Reader::state(std::string_view name)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <span>
 #include <vector>
 
@@ -46,6 +47,16 @@ public:
 private:
     T m_value{};
 };
+
+/** The number that came for an enumeration, which may be none of it. */
+template <class Enumeration>
+int transmitted(const Enumeration& value)
+{
+    int number = 0;
+    static_assert(sizeof number == sizeof value);
+    std::memcpy(&number, &value, sizeof number);
+    return number;
+}
 
 /** Encodes `result`, which refers to memory of the caller's, into at most `room` bytes. */
 template <class T>
