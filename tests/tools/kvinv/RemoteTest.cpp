@@ -1,18 +1,14 @@
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
-#include <memory>
 
-#include "tests/tools/kvinv/Program.h"
+#include "tests/tools/kvinv/BoardService.h"
 
 namespace {
 
 const char* const portMapperPort = "17170";
 
 /** A board's service with two boards, for the whole suite. */
-class Remote : public CommandTest
+class Remote : public BoardServiceTest
 {
 protected:
     static void SetUpTestSuite() { s_service = startService({}); }
@@ -23,38 +19,14 @@ protected:
         ASSERT_NE(s_service, nullptr) << "the service does not start";
     }
 
-    /** Boards 4711 and 4712 at 127.0.70.1 and 127.0.70.2, or what `boards` says. */
     static std::unique_ptr<Running> startService(std::string boards, const std::string& port = portMapperPort,
                                                  const std::vector<std::string>& more = {})
     {
-        if (boards.empty())
-            boards =
-                "{\"serialNumber\": 4711, \"boardType\": 6003, \"boardName\": \"IO-1\", \"systemName\": \"Rack A\", "
-                "\"address\": \"127.0.70.1\", \"tree\": \"" +
-                sample("single-board.json") +
-                "\"}, {\"serialNumber\": 4712, \"boardType\": 6007, \"boardName\": \"IO-2\", \"systemName\": \"Rack "
-                "A\", \"address\": \"127.0.70.2\", \"tree\": \"" +
-                sample("boards/io-2.inv") + "\"}";
-        char pattern[] = "/tmp/kvinv-boards-XXXXXX";
-        const int descriptor = mkstemp(pattern);
-        const std::string text = "{\"format\": \"korvel-board\", \"version\": 1, \"boards\": [" + boards + "]}";
-        const bool written =
-            descriptor >= 0 && write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-        if (descriptor >= 0)
-            close(descriptor);
-        std::vector<std::string> arguments = {"--boards", pattern, "--portmap", port};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        auto service = std::make_unique<Running>(KVBOARDD_PROGRAM, arguments);
-        const bool ready = written && service->waitFor("ready: ");
-        std::filesystem::remove(pattern);
-        return ready ? std::move(service) : nullptr;
+        return BoardServiceTest::startService(std::move(boards), port, more);
     }
     static Circumstances with(std::vector<std::string> variables = {}, const std::string& port = portMapperPort)
     {
-        Circumstances circumstances;
-        circumstances.environment = std::move(variables);
-        circumstances.environment.push_back("KVDAL_PORTMAP_PORT=" + port);
-        return circumstances;
+        return BoardServiceTest::with(std::move(variables), port);
     }
     static Ended run(std::vector<std::string> arguments, const Circumstances& circumstances = with())
     {
