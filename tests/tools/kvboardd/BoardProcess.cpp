@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,6 +34,10 @@ void BoardProcess::start(const std::vector<std::string>& arguments)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     const std::string log = m_folder.path("log");
+    // Whoever the service becomes may clear its temporary files away.
+    mkdir(temporaryPath().c_str(), 0700);
+    chmod(m_folder.path().c_str(), 0711);
+    chmod(temporaryPath().c_str(), 01777);
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) != 0)
         return;
@@ -40,6 +46,7 @@ void BoardProcess::start(const std::vector<std::string>& arguments)
         const int file = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         dup2(ends[1], STDOUT_FILENO);
         dup2(file, STDERR_FILENO);
+        setenv("TMPDIR", temporaryPath().c_str(), 1);
         execv(pointers[0], pointers.data());
         _exit(127);
     }

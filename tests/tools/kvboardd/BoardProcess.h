@@ -30,6 +30,8 @@ public:
     const std::string& output();
     /** What it has logged until now. */
     std::string log() const { return m_folder.read("log"); }
+    /** Where it has its temporary files. */
+    std::string temporaryPath() const { return m_folder.path("tmp"); }
 
 private:
     bool readMore(int milliseconds);
