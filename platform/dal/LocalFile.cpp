@@ -223,9 +223,12 @@ bool LocalFile::read(KvUInt64 position, void* block, std::size_t bytes, std::siz
 bool LocalFile::unchanged(bool& same)
 {
     State now;
-    if (!look(now))
+    char next = 0;
+    std::size_t more = 0;
+    // files that the system makes up have more than they say
+    if (!look(now) || !read(m_state.size, &next, 1, more))
         return false;
-    same = now.size == m_state.size && now.seconds == m_state.seconds && now.fraction == m_state.fraction;
+    same = more == 0 && now.size == m_state.size && now.seconds == m_state.seconds && now.fraction == m_state.fraction;
     return true;
 }
 

@@ -37,7 +37,7 @@ public:
     /** Reads `bytes` bytes from `position` on; `count` becomes less only at the end of the file. */
     bool read(KvUInt64 position, void* block, std::size_t bytes, std::size_t& count);
 
-    /** Whether the file is still as long as it was when opened, and has not been written to since. */
+    /** Whether the file ends where it did when it was opened, and has not been written to since. */
     bool unchanged(bool& same);
 
     const char* problem() const { return m_problem; }

@@ -330,23 +330,38 @@ TEST_F(FileTransfer, whoseLocalFileChangesIsWithdrawn)
 {
     const std::wstring path = folder.path("local");
     const std::string name = narrow(path);
-    const std::vector<std::function<void()>> changes = {
-        [&] { EXPECT_EQ(::truncate(name.c_str(), 12), 0); }, [&] { EXPECT_EQ(::truncate(name.c_str(), 0), 0); },
-        [&] { EXPECT_EQ(::truncate(name.c_str(), 22), 0); }, [&] { setWritten(path, 1000); }};
-    for (const auto& change : changes) {
+    // and how many chunks were sent
+    const std::vector<std::pair<std::function<void()>, std::size_t>> changes = {
+        {[&] { EXPECT_EQ(::truncate(name.c_str(), 12), 0); }, 1},
+        {[&] { EXPECT_EQ(::truncate(name.c_str(), 0), 0); }, 1},
+        {[&] { EXPECT_EQ(::truncate(name.c_str(), 22), 0); }, 3},
+        {[&] { setWritten(path, 1000); }, 3}};
+    for (const auto& [change, chunks] : changes) {
         fresh({});
-        onProgress = [&](unsigned thousandth) {
+        onProgress = [&, now = change](unsigned thousandth) {
             if (thousandth == 380)
-                change();
+                now();
         };
         EXPECT_EQ(put("0123456789ABCDEF01234"), -LocalFileChanged);
         EXPECT_THAT(codes(errors), ElementsAre(0x200013));
         EXPECT_EQ(errors.getErrorText(0), "Access denied. The local file '" + name + "' changed while it was read.");
         const ScriptedFiles files = look();
+        EXPECT_EQ(files.callsOf(PutData).size(), chunks);
         EXPECT_EQ(files.callsOf(PutAbort).size(), 1u);
         EXPECT_THAT(files.callsOf(PutEnd), IsEmpty());
         EXPECT_EQ(files.transferId, 0u);
     }
+}
+
+TEST_F(FileTransfer, whoseLocalFileHasMoreThanItSaysOrCannotBeReadIsWithdrawn)
+{
+    // files that the system makes up say that they are empty
+    EXPECT_EQ(putPath(L"/proc/self/status"), -LocalFileChanged);
+    EXPECT_EQ(putPath(L"/proc/self/mem"), -LocalFileFailed);
+    EXPECT_THAT(codes(errors), ElementsAre(0x200013, 0x200012));
+    EXPECT_STREQ(errors.getErrorText(1),
+                 "Access denied. Cannot read the local file '/proc/self/mem': Input/output error.");
+    EXPECT_THAT(look().procedures(), ElementsAre(1, 5, 8, 1, 5, 8));
 }
 
 TEST_F(FileTransfer, isEndedByCancellingACallInProgress)
