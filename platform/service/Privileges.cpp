@@ -45,6 +45,15 @@ bool isInMap(const char* path, std::uintmax_t id)
     return false;
 }
 
+/** Takes every capability out of the set that the process can ever have again; without the right to do so it has none
+    to take away. */
+void boundCapabilities()
+{
+    constexpr int most = 64;
+    for (int capability = 0; capability < most; ++capability)
+        ::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0);
+}
+
 /** Empties the process's capability sets; which needs no capability. */
 bool dropCapabilities()
 {
@@ -149,6 +158,7 @@ bool dropPrivileges(const Account* account, std::string& problem)
 {
     if (!forbidNewPrivileges())
         return refused("forbid new privileges", problem);
+    boundCapabilities();
     if (account != nullptr) {
         if (::setgroups(0, nullptr) != 0)
             return refused("leave the supplementary groups", problem);

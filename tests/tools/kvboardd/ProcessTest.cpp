@@ -492,6 +492,55 @@ TEST_F(ProcessTest, AConnectionWithALockMakesNoPlace)
     EXPECT_EQ(write(holder, id, 42), 0u);
 }
 
+TEST_F(ProcessTest, ConnectionsOfABoardAreLimited)
+{
+    start({"--max-connections", "2"});
+    const std::uint16_t service = port(1);
+    RawConnection holder(host + 1, service, other);
+    ASSERT_NE(lock(holder, 2), 0u);
+    RawConnection second(host + 1, service, other + 1);
+    ASSERT_TRUE(second.call(inventory, 1, 0).isSuccess());
+    RawConnection third(host + 1, service, other + 2);
+    EXPECT_TRUE(third.call(inventory, 1, 0).isSuccess());
+    EXPECT_TRUE(second.isEnded()) << "the other one has a lock";
+    EXPECT_TRUE(holder.call(inventory, 1, 0).isSuccess());
+    EXPECT_TRUE(answers(2)) << "another board has its own limit";
+}
+
+TEST_F(ProcessTest, AClientThatDoesNotReadItsAnswersIsEnded)
+{
+    start({"--output-seconds", "1", "--max-calls", "100"});
+    RawConnection greedy(host + 1, port(1));
+    Bytes calls;
+    for (KvUInt32 i = 0; i < 1000; ++i)
+        calls = std::move(calls) + record(callMessage(i, inventory, 1, 1, words({0})));
+    greedy.send(calls);
+    const auto isNoted = [&] { return m_process.log().find("it does not read its answers") != std::string::npos; };
+    for (int i = 0; i < 600 && !isNoted(); ++i)
+        usleep(100000);
+    EXPECT_TRUE(isNoted()) << m_process.log();
+    EXPECT_TRUE(answers());
+}
+
+TEST_F(ProcessTest, AllBoardsTogetherHaveOneLimitOfMemory)
+{
+    start({"--max-memory", "65536"});
+    RawConnection first(host + 1, port(1));
+    RawConnection second(host + 2, port(2));
+    const Bytes most = callMessage(1, inventory, 1, 0, Bytes(40000, 0));
+    Bytes begun = record(most);
+    begun.pop_back();
+    ASSERT_TRUE(first.send(begun));
+    ASSERT_TRUE(first.isOpen());
+    for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(callDatagram(host + 1, mapperPort, mapper, 2, 0).isSuccess());
+    second.send(begun);
+    EXPECT_TRUE(second.isEnded());
+    ASSERT_TRUE(first.send({most.back()}));
+    EXPECT_TRUE(first.receive().isSuccess());
+    EXPECT_NE(m_process.log().find("no room for its request"), std::string::npos) << m_process.log();
+}
+
 TEST_F(ProcessTest, ConnectionsThatSayNothingAreEnded)
 {
     start({"--first-record-seconds", "1", "--record-seconds", "1", "--idle-seconds", "2"});
