@@ -116,7 +116,8 @@ bool Directory::read(const std::string& name, std::size_t maximum, std::vector<u
 Descriptor Directory::makeFile(const std::string& name) const
 {
     // What a service that was killed left behind; O_EXCL then makes sure that the file is this one's own.
-    ::unlinkat(m_descriptor.get(), name.c_str(), 0);
+    if (isPlainName(name.c_str()))
+        ::unlinkat(m_descriptor.get(), name.c_str(), 0);
     return Descriptor(openBeneath(m_descriptor.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL, fileMode));
 }
 
@@ -148,7 +149,8 @@ bool Directory::replace(const std::string& name, std::span<const unsigned char> 
     FileProblem why;
     if (replaceFile(name, temporary, bytes, why))
         return true;
-    ::unlinkat(m_descriptor.get(), temporary.c_str(), 0);
+    if (isPlainName(temporary.c_str()))
+        ::unlinkat(m_descriptor.get(), temporary.c_str(), 0);
     problem = std::move(why.text);
     return false;
 }

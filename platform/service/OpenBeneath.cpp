@@ -13,12 +13,6 @@ namespace KvNService {
 
 namespace {
 
-bool isPlain(const char* name)
-{
-    return *name != '\0' && std::strchr(name, '/') == nullptr && std::strcmp(name, ".") != 0 &&
-           std::strcmp(name, "..") != 0;
-}
-
 int openat2(int folder, const char* name, int flags, mode_t mode)
 {
     open_how how{};
@@ -30,9 +24,15 @@ int openat2(int folder, const char* name, int flags, mode_t mode)
 
 }  // namespace
 
+bool isPlainName(const char* name) noexcept
+{
+    return *name != '\0' && std::strchr(name, '/') == nullptr && std::strcmp(name, ".") != 0 &&
+           std::strcmp(name, "..") != 0;
+}
+
 int openBeneath(int folder, const char* name, int flags, mode_t mode, OpenCall call) noexcept
 {
-    if (!isPlain(name)) {
+    if (!isPlainName(name)) {
         errno = ENOENT;
         return -1;
     }

@@ -4,6 +4,9 @@
 
 namespace KvNService {
 
+/** Whether `name` is one name, which cannot lead out of a folder: with no "/", and neither "." nor "..". */
+bool isPlainName(const char* name) noexcept;
+
 enum class OpenCall
 {
     Openat2,  ///< or, where that is missing, Openat
