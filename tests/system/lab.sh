@@ -136,6 +136,7 @@ stopBoards() {
     for n in "$@"; do
         kill "$(boardOf "$n")"
         wait "$(boardOf "$n")" || fail "the service of host $n ended with $?"
+        ! on "$n" rpcinfo -p 127.0.0.1 | grep -qE '^ *(8|536890198) ' || fail "the rpcbind of host $n still knows it"
     done
 }
 
