@@ -95,7 +95,7 @@ bool Update::begin(KvCErrorListPool& errors, Time now, Order order, const Opener
     std::unique_ptr<Image> image = openImage(errors, order, open);
     if (image)
         record.newVersion = image->version().getAsULong64();
-    if (!image || !m_target.remember(errors, record)) {
+    if (!image || !replaceRecord(errors, record)) {
         KV_REPORT(errors, BoardCannotUpdate, "Update::begin", record.address);
         return false;
     }
@@ -107,6 +107,17 @@ bool Update::begin(KvCErrorListPool& errors, Time now, Order order, const Opener
     m_state = State::Running;
     m_step = Step::Check;
     return true;
+}
+
+/** Remembers `record`, or the former one still. */
+bool Update::replaceRecord(KvCErrorListPool& errors, const UpdateRecord& record)
+{
+    if (m_target.remember(errors, record))
+        return true;
+    // What is stored may be the new one all the same, when its folder could not be synced.
+    KvCErrorListPool ignored;
+    m_target.remember(ignored, m_record);
+    return false;
 }
 
 Milliseconds Update::advance(Time now) noexcept
@@ -188,7 +199,7 @@ bool Update::finish(KvCErrorListPool& errors)
         return false;
     if (m_state == State::Idle)
         return true;
-    if (!m_target.remember(errors, UpdateRecord()))
+    if (!replaceRecord(errors, UpdateRecord()))
         return false;
     forget();
     return true;

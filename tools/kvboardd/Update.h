@@ -118,6 +118,7 @@ public:
 private:
     std::unique_ptr<Image> openImage(KvCErrorListPool& errors, const Order& order, const Opener& open) const;
     bool mayChange(KvCErrorListPool& errors) const;
+    bool replaceRecord(KvCErrorListPool& errors, const UpdateRecord& record);
     void simulate(Milliseconds elapsed) noexcept;
     void verify();
     void conclude();

@@ -41,6 +41,8 @@ public:
     bool remember(KvCErrorListPool& errors, const UpdateRecord& record) override
     {
         if (failRemember == record.state) {
+            if (storesAllTheSame)
+                stored = record;
             KV_REPORT(errors, BoardCannotStore, "FakeTarget", "the disk is full");
             return false;
         }
@@ -67,6 +69,7 @@ public:
     UpdateRecord stored;
     std::optional<Remembered> failRemember;
     std::optional<Remembered> throwAt;
+    bool storesAllTheSame = false;  ///< what fails to be remembered
     bool failSetVersion = false;
     bool failRecall = false;
 
@@ -341,6 +344,21 @@ TEST_F(UpdateTest, AnUpdateThatCannotBeForgottenIsNotClosed)
     EXPECT_FALSE(m_update.finish(m_errors));
     EXPECT_EQ(codes(m_errors), Codes{0x301001});
     expectStatus(State::Failed, 80, Step::Verify, 2);
+}
+
+TEST_F(UpdateTest, WhatWasNotStoredForCertainIsTakenBack)
+{
+    m_target.storesAllTheSame = true;
+    m_target.failRemember = Remembered::Running;
+    EXPECT_FALSE(begin(goodImage(5)));
+    EXPECT_EQ(m_target.stored.state, Remembered::Idle) << "no update that never began";
+    m_target.failRemember.reset();
+    ASSERT_TRUE(begin(goodImage(5, 1)));
+    complete();
+    m_target.failRemember = Remembered::Idle;
+    EXPECT_FALSE(m_update.finish(m_errors));
+    EXPECT_EQ(m_target.stored.state, Remembered::Failed);
+    EXPECT_EQ(codes(restarted()->errors()), (Codes{0x302010, 0x302011}));
 }
 
 TEST_F(UpdateTest, NoMemoryForTheEndIsAFailure)
