@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What changing a board costs, measured with the programs as people run them: put, update, and a holder that dies.
+"""What boards cost, measured with the programs as people run them: put, update, a holder that dies, and memory.
 
     bench/BoardBench.py BUILD/tools SAMPLES [--folder DIR] [--runs N] [--mebibytes N]
 
@@ -10,13 +10,16 @@ put        kvinv put of a file of random bytes, from the start of the program to
            file through one socket: the sender uses sendfile, the receiver takes 1 MiB at a time, writes, checksums with
            zlib.crc32 and syncs before it answers. The two take turns; both write to DIR.
 update     kvinv update, from the start of the program to its end, less the board's own --update-seconds.
-dead lock  from kill -9 of the holder, right after its lock was granted or kept, until another client has got the lock.
+dead lock  from kill -9 of the holder, right after its lock was granted, until another client has got the lock.
+memory     resident memory of kvboardd with 200 boards, whose trees are those of rack.json in turn, before and after all of
+           them have been scanned at once.
 """
 
 import argparse
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socket
@@ -163,6 +166,38 @@ def measure_dead_lock(tools, samples, folder, runs, lease):
     print(f"lock of a dead holder free, lease of {lease} s: {summary(free, 's')}")
 
 
+def resident_mebibytes(process):
+    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+    return {key: int(re.search(key + r":\s+(\d+) kB", status)[1]) / 1024 for key in ("VmRSS", "VmHWM")}
+
+
+def measure_memory(tools, samples, folder, count=200):
+    trees = json.loads((samples / "rack.json").read_text())["tree"]["items"]
+    boards = []
+    for i in range(count):
+        tree = dict(trees[i % len(trees)], index=5000 + i)
+        boards.append({"serialNumber": 5000 + i, "boardType": 6003, "boardName": f"IO-{i}", "systemName": "Rack",
+                       "address": f"127.0.1.{i + 1}", "tree": tree})
+    description = folder / "many.json"
+    description.write_text(json.dumps({"format": "korvel-board", "version": 1, "boards": boards}))
+    process = subprocess.Popen(
+        [tools / "kvboardd/kvboardd", "--boards", description, "--portmap", MAPPER, "--state", folder / "many"],
+        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+    if not process.stdout.readline().startswith("ready"):
+        sys.exit("kvboardd did not start")
+    before = resident_mebibytes(process)
+    addresses = ",".join(board["address"] for board in boards)
+    began = time.monotonic()
+    subprocess.run([tools / "kvinv/kvinv", "scan", "--ip", addresses, "-o", folder / "many.inv"], check=True,
+                   env=dict(os.environ, KVDAL_PORTMAP_PORT=MAPPER))
+    took = time.monotonic() - began
+    after = resident_mebibytes(process)
+    process.terminate()
+    process.wait()
+    print(f"memory with {count} boards: {before['VmRSS']:.1f} MiB, after a scan of all ({took:.2f} s) "
+          f"{after['VmRSS']:.1f} MiB, at most {after['VmHWM']:.1f} MiB")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("tools", type=pathlib.Path)
@@ -182,6 +217,7 @@ def main():
         measure_update(tools, samples, folder, arguments.runs)
         for lease, runs in ((2, arguments.runs), (20, 2)):
             measure_dead_lock(tools, samples, folder, runs, lease)
+        measure_memory(tools, samples, folder)
     finally:
         shutil.rmtree(folder)
 

@@ -103,14 +103,16 @@ buildLab() {
             done
         fi
         # Each rpcbind keeps its files in a /run of its own.
-        on "$n" sh -c 'mount -t tmpfs none /run && exec rpcbind -f' >"$work/rpcbind$n.log" 2>&1 &
+        ip netns exec "h$n" sh -c 'mount -t tmpfs none /run && exec rpcbind -f' >"$work/rpcbind$n.log" 2>&1 &
+        echo $! >"$work/rpcbind$n.pid"
     done
     for n in "$@"; do
         until_ on "$n" rpcinfo -p 127.0.0.1
     done
 }
 
-# Starts the service of host $1 with further options and waits until it answers; its process is $(boardOf 1).
+# Starts the service of host $1 with further options and waits until it answers; its process is $(boardOf 1). With
+# --portmap it does without the host's rpcbind, which is ended.
 startBoard() {
     n=$1
     shift
@@ -120,9 +122,17 @@ startBoard() {
     printf '{"format": "korvel-board", "version": 1, "boards": [{"serialNumber": %s, "boardType": 6001,
              "boardName": "IO-%s", "systemName": "%s", "address": "%s", "tree": "%s"}]}\n' \
         "471$n" "$n" "$system" "$(addressOf "$n")" "$tree" >"$work/board$n.json"
+    mapper=--rpcbind
+    case " $* " in
+        *' --portmap '*)
+            mapper=
+            kill "$(cat "$work/rpcbind$n.pid")"
+            wait "$(cat "$work/rpcbind$n.pid")" || true
+            ;;
+    esac
     rm -f "$work/ready$n"
     mkfifo "$work/ready$n"
-    ip netns exec "h$n" "$kvboardd" --boards "$work/board$n.json" --rpcbind "$@" \
+    ip netns exec "h$n" "$kvboardd" --boards "$work/board$n.json" $mapper "$@" \
         >"$work/ready$n" 2>>"$work/board$n.log" &
     echo $! >"$work/board$n.pid"
     read -r line <"$work/ready$n" || fail "the service of host $n did not start"
@@ -136,7 +146,7 @@ stopBoards() {
     for n in "$@"; do
         kill "$(boardOf "$n")"
         wait "$(boardOf "$n")" || fail "the service of host $n ended with $?"
-        ! on "$n" rpcinfo -p 127.0.0.1 | grep -qE '^ *(8|536890198) ' || fail "the rpcbind of host $n still knows it"
+        ! on "$n" rpcinfo -p 127.0.0.1 2>/dev/null | grep -qE '^ *(8|536890198) ' || fail "the rpcbind of host $n still knows it"
     done
 }
 

@@ -37,7 +37,8 @@ trap finish EXIT
 startBoards() {
     mkfifo "$work/ready"
     "$kvboardd" --boards "$samples/rack-boards.json" --state "$work/state" "$@" >"$work/ready" 2>"$work/kvboardd.log" &
-    started="$started $!"
+    boardsProcess=$!
+    started="$started $boardsProcess"
     read -r line <"$work/ready" || fail "the service did not start"
     [ "$line" = "ready: 8 boards" ] || fail "the service said: $line"
 }
@@ -73,6 +74,13 @@ case "$case" in
                     fail "the null procedure of $service at 127.0.0.$last"
             done
         done
+        # It has given up root long since, and takes its registrations back all the same.
+        user=$(awk '$1 == "Uid:" { print $2 }' "/proc/$boardsProcess/status")
+        [ "$user" != 0 ] || fail "the service runs as root"
+        kill "$boardsProcess"
+        wait "$boardsProcess" || fail "the service did not end cleanly"
+        left=$(rpcinfo -p 127.0.0.1 | awk '$1 == 8 || $1 == 536890198' | grep -c . || true)
+        [ "$left" = 0 ] || fail "$left registrations are left"
         ;;
     capture)
         command -v tshark >/dev/null || skip "tshark is not installed"
