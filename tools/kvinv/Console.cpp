@@ -153,14 +153,16 @@ void Console::note(std::string_view text)
 
 void Console::change(std::string_view text)
 {
-    if (m_quiet || m_json || KvNHost::isTerminal(stderr))
+    if (m_quiet || m_json || showsProgress())
         return;
     tell("kvinv: " + KvNText::escaped(text) + "\n");
 }
 
 bool Console::showsProgress() const
 {
-    return !m_quiet && KvNHost::isTerminal(stderr);
+    const char* terminal = KvNHost::environment("TERM");
+    const bool isDumb = terminal != nullptr && std::string_view(terminal) == "dumb";
+    return !m_quiet && !isDumb && KvNHost::isTerminal(stderr);
 }
 
 void Console::tell(const std::string& line)

@@ -51,11 +51,12 @@ public:
     void report(const KvCErrorList& errors);
     /** One line of how far things are: only for a person who looks, not with -q. */
     void note(std::string_view text);
-    /** One line for a change of state, where no bar shows it: not on a terminal, with -q or with --json. */
+    /** One line for a change of state, where no bar shows it: not with -q or --json. */
     void change(std::string_view text);
     /** The bar that has to give way to messages; null for none. It is the caller's. */
     void setProgress(Progress* progress) { m_progress = progress; }
-    /** Whether a bar is shown, and whether with colours. */
+    /** Whether a bar is shown (not with -q, and only on a terminal that can write on a line again), and whether with
+        colours. */
     bool showsProgress() const;
     bool errorsHaveColor() const { return m_errorColor; }
 

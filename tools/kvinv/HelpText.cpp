@@ -13,6 +13,46 @@ constexpr const char* statuses =
     "same, 1 different, 2 trouble. lock: that of COMMAND. A reader of the output that goes away early is no failure.";
 constexpr std::size_t lineWidth = 100;
 
+/** What the manual says beside the commands. */
+struct Paragraph
+{
+    const char* title;
+    const char* text;
+};
+
+constexpr Paragraph paragraphs[] = {
+    {"UPDATES",
+     "While a board is updated it is asked five times a second how far it is. A board that does not answer, or does "
+     "not "
+     "know, is asked again until 60 seconds have brought no better answer; a board that knows of no update has lost "
+     "it. "
+     "Either way the update has failed. Whatever has failed, the rest of the end is still done: the board's errors are "
+     "fetched, the update is finished, the image is deleted from the board and the lock is given back. On a terminal a "
+     "bar "
+     "shows how far the update is, elsewhere each change of state is one line on standard error; -q and --json go "
+     "without "
+     "these lines."},
+    {"INTERRUPTIONS",
+     "An interruption (Ctrl-C, SIGTERM or SIGHUP) ends a command with status 128 and the signal's number; locks are "
+     "given "
+     "back, and neither a half-written file here nor a half-transferred one on a board is left. A board that is "
+     "programming "
+     "is not interrupted: update says so and goes on to the end. A second interruption leaves such an update to the "
+     "board; "
+     "the lock is given back, and the image stays on the board until rm deletes it. A third one ends the command at "
+     "once; "
+     "its lock then ends with its lease."},
+    {"ENVIRONMENT",
+     "KVDAL_PORTMAP_PORT: the port of the boards' port mappers, when it is not 111. KVINV_ACCESS=SERIAL:ID: the lock "
+     "that "
+     "commands use on that board, as lock sets it for its COMMAND. KVINV_TRACE=1: as -vv. NO_COLOR, when not empty: no "
+     "colours. TERM=dumb: no bar."},
+    {"CAVEATS",
+     "The protocol has no authentication, no secrecy and no protection against changes on the way: whoever reaches a "
+     "board's "
+     "port can read and write it. A lock prevents accidents, not attacks."},
+};
+
 /** `text` in lines, with `column` blanks in front of all but the first. */
 std::string wrapped(std::string_view text, std::size_t column)
 {
@@ -115,5 +155,7 @@ std::string manualText()
                KvNText::forManual(command.exampleMeaning) + "\n";
     }
     out += ".SH OPTIONS\n" + manOptions(commonOptions());
-    return out + ".SH EXIT STATUS\n" + KvNText::forManual(statuses) + "\n";
+    for (const Paragraph& paragraph : paragraphs)
+        out += std::string(".SH ") + paragraph.title + "\n" + KvNText::forManual(paragraph.text) + "\n";
+    return out + ".SH EXIT STATUS\n" + KvNText::forManual(statuses) + "\n.SH SEE ALSO\n.BR kvboardd (8)\n";
 }

@@ -49,7 +49,7 @@ UpdateRun::Outcome UpdateRun::withLock(Progress& progress)
         return leave();
     if (!isStarted) {
         Interruption::giveBack();
-        RemoteFile::remove(m_order.boards, m_order.address, m_lock, m_name, m_console);
+        deleteImage();
         return isWanted ? Outcome::Failed : Outcome::Interrupted;
     }
     const Verdict verdict = follow(progress);
@@ -63,7 +63,7 @@ UpdateRun::Outcome UpdateRun::withLock(Progress& progress)
     progress.begin(good ? "done" : "failed");
     m_console.change(good ? "the board has verified the image" : "the update has failed");
     good = finish() && good;
-    good = RemoteFile::remove(m_order.boards, m_order.address, m_lock, m_name, m_console) && good;
+    good = deleteImage() && good;
     return good ? Outcome::Updated : Outcome::Failed;
 }
 
@@ -193,6 +193,14 @@ bool UpdateRun::finish()
     const long result = manager().updateFinish(errors, m_order.boards.handle(), m_order.address, m_lock.handle());
     m_console.report(errors);
     return result == 0;
+}
+
+bool UpdateRun::deleteImage()
+{
+    if (RemoteFile::remove(m_order.boards, m_order.address, m_lock, m_name, m_console))
+        return true;
+    m_console.warning("the image may still be on the board, as " + RemoteFile::pathOf(m_name));
+    return false;
 }
 
 UpdateRun::Outcome UpdateRun::leave()

@@ -57,6 +57,7 @@ private:
     bool waitIsLeft(UpdateFollower::Milliseconds time);
     bool collect(bool isOver);
     bool finish();
+    bool deleteImage();
     Outcome leave();
 
     const UpdateOrder m_order;

@@ -133,6 +133,21 @@ TEST(CommandLine, EscapesWhatItRepeats)
     EXPECT_EQ(problemOf({"x\x1b[31m\ny"}), "kvinv: unknown command x\\x1b[31m\\ny (kvinv --help says more)\n");
 }
 
+TEST(Documents, TheManualIsOneThatManReadsWithoutWarning)
+{
+    const std::string man = "/usr/bin/man";
+    if (!std::filesystem::exists(man))
+        GTEST_SKIP() << "there is no man";
+    Circumstances circumstances;
+    circumstances.input = kvinv({"--generate-manual"}).out;
+    circumstances.environment = {"LC_ALL=C.UTF-8", "MANWIDTH=80", "MANPAGER=cat"};
+    const Ended ended = Running(man, {"--warnings", "-l", "-"}, circumstances).wait();
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "");
+    for (const char* title : {"NAME", "SYNOPSIS", "COMMANDS", "UPDATES", "INTERRUPTIONS", "ENVIRONMENT", "EXIT STATUS"})
+        EXPECT_NE(ended.out.find("\n" + std::string(title) + "\n"), std::string::npos) << title;
+}
+
 TEST(Documents, TheManualAndTheCompletionsKnowEveryCommand)
 {
     const std::string manual = kvinv({"--generate-manual"}).out;

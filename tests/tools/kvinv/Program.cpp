@@ -66,6 +66,8 @@ void Running::start(const std::string& program, const std::vector<std::string>& 
     m_child = fork();
     if (m_child != 0)
         return;
+    if (m_terminal >= 0)
+        setenv("TERM", "xterm", 1);
     for (const std::string& variable : circumstances.environment)
         putenv(const_cast<char*>(variable.c_str()));
     redirect(circumstances.input.empty() ? "/dev/null" : (m_folder / "in").string(), O_RDONLY, 0);

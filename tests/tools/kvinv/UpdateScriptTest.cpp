@@ -255,6 +255,16 @@ TEST_F(UpdateOfAScriptedBoard, TheBarOnlyGrowsWhateverTheBoardTells)
     EXPECT_EQ(ended.out, told() + "updated: HCN[4711]/FIRMWARE to version 4.0.1b2\n") << "nothing but the result";
 }
 
+TEST_F(UpdateOfAScriptedBoard, ATerminalThatCannotWriteOnALineAgainGetsLines)
+{
+    Circumstances terminal;
+    terminal.errorsOnTerminal = true;
+    terminal.environment = {"TERM=dumb"};
+    const Ended ended = update({}, terminal);
+    EXPECT_EQ(ended.err.find(" %"), std::string::npos) << ended.err;
+    EXPECT_NE(ended.err.find("kvinv: the board is programming\r\n"), std::string::npos) << ended.err;
+}
+
 TEST_F(UpdateOfAScriptedBoard, ABarThatIsNotWantedIsNotShown)
 {
     Circumstances terminal;
@@ -321,6 +331,7 @@ TEST_F(UpdateOfAScriptedBoard, TheRestOfTheEndIsDoneWhateverFailsOfIt)
     EXPECT_EQ(ended.out, told());
     for (const char* code : {"0x1600811", "0x1600826", "0x1600824", "0x1600821"})
         EXPECT_NE(ended.err.find(std::string("kvinv: error ") + code + ": "), std::string::npos) << code << ended.err;
+    EXPECT_NE(ended.err.find("kvinv: warning: the image may still be on the board, as dir/file\n"), std::string::npos);
     EXPECT_TRUE(wasCalled(ReleaseAccess));
 }
 
