@@ -92,8 +92,7 @@ bool Directory::read(const std::string& name, std::size_t maximum, std::vector<u
         problem = "cannot open " + describe(name) + ": " + reason(errno);
         return false;
     }
-    struct stat status
-    {};
+    struct stat status = {};
     if (!isRegular(::fstat(file.get(), &status), status)) {
         problem = describe(name) + " is not a regular file";
         return false;
@@ -171,8 +170,7 @@ bool Directory::list(bool (*isWanted)(std::string_view name), std::vector<Entry>
             return failed(problem, "cannot read the folder", m_path);
         if (entry == nullptr)
             return true;
-        struct stat status
-        {};
+        struct stat status = {};
         if (!isWanted(entry->d_name) ||
             !isRegular(::fstatat(m_descriptor.get(), entry->d_name, &status, AT_SYMLINK_NOFOLLOW), status))
             continue;
@@ -183,16 +181,16 @@ bool Directory::list(bool (*isWanted)(std::string_view name), std::vector<Entry>
 
 bool Directory::hasFile(const std::string& name, FileProblem& problem) const
 {
-    struct stat status
-    {};
-    const int result = ::fstatat(m_descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+    struct stat status = {};
+    errno = ENOENT;
+    const int result =
+        isPlainName(name.c_str()) ? ::fstatat(m_descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) : -1;
     return isRegular(result, status) || failed(problem, "cannot look at", describe(name));
 }
 
 bool Directory::isTaken(const std::string& name) const
 {
-    struct stat status
-    {};
+    struct stat status = {};
     return ::fstatat(m_descriptor.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
 }
 
@@ -202,8 +200,7 @@ std::unique_ptr<ReadFile> Directory::openFile(const std::string& name, FileProbl
     if (!hasFile(name, problem))
         return nullptr;
     Descriptor file(openBeneath(m_descriptor.get(), name.c_str(), O_RDONLY));
-    struct stat status
-    {};
+    struct stat status = {};
     if (!file || !isRegular(::fstat(file.get(), &status), status)) {
         failed(problem, "cannot open", describe(name));
         return nullptr;
@@ -238,8 +235,7 @@ bool Directory::remove(const std::string& name, FileProblem& problem) const
 
 bool Directory::freeBytes(KvUInt64& bytes, FileProblem& problem) const
 {
-    struct statvfs status
-    {};
+    struct statvfs status = {};
     if (retried([&] { return ::fstatvfs(m_descriptor.get(), &status); }) != 0)
         return failed(problem, "cannot ask for the free space of", m_path);
     bytes = static_cast<KvUInt64>(status.f_bavail) * static_cast<KvUInt64>(status.f_frsize);
