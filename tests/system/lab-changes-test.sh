@@ -83,14 +83,14 @@ full() {
     state=/run/small
     mkdir "$state"
     mount -t tmpfs -o size=2m none "$state"
-    startBoard 1 --state "$state"
+    startBoard 1 --state "$state" --max-chunk 65536
     head -c 8388608 /dev/urandom >"$disk/large"
     head -c 1500000 /dev/urandom >"$disk/small"
     expect 1 "$kvinv" put --ip 10.77.1.11 'HCN[4711]' "$disk/large"
     said 'no space for a file of 8388608 bytes'
     nothingLeft
     # The disk fills up while a file comes.
-    beginSlowPut "$disk/small" 8mbit
+    beginSlowPut "$disk/small" 4mbit
     head -c 4194304 /dev/zero >"$state/ballast" 2>/dev/null || true
     wait "$put" && fail "the file is there, says the client" || [ $? = 1 ] || fail "the client ended with $?"
     grep -q 'No space left on device' "$work/put.err" || fail "the client was told: $(cat "$work/put.err")"
@@ -116,7 +116,7 @@ full() {
 
 update() {
     buildLab 1 2
-    startBoard 1 --state "$state" --update-seconds 2
+    startBoard 1 --state "$state" --update-seconds 4
     hasVersion "$old"
     beginUpdate
     # While the board is at work others are kept out, and whoever reads sees the former version.
@@ -147,7 +147,6 @@ client_killed() {
     holder=$!
     read -r child <"$work/held"
     kill -9 "$holder" "$child"
-    expect 1 change 'too early'
     until_ change 'after a holder'
     # ... while it transfers
     head -c 67108864 /dev/zero >"$disk/large"
