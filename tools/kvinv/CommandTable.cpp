@@ -236,7 +236,7 @@ const std::vector<CommandRow>& commands()
          "Locks the board that ADDRESS names, transfers the local file to it under a name that the board chooses, "
          "prints that name and unlocks. An interrupted transfer leaves nothing on the board.",
          "kvinv put HCN[4711] firmware.bin",
-         "the name of the file on the board, for example files/4b1f",
+         "the name of the file on the board, for example transfer/6838cc88390474ec",
          2,
          2,
          false,
@@ -259,7 +259,7 @@ const std::vector<CommandRow>& commands()
          "ADDRESS REMOTE",
          "delete a file on a board",
          "Locks the board that ADDRESS names, deletes the file that put or ls called REMOTE, and unlocks.",
-         "kvinv rm HCN[4711] files/4b1f",
+         "kvinv rm HCN[4711] transfer/6838cc88390474ec",
          "the file is gone from the board",
          2,
          2,
