@@ -269,7 +269,9 @@ Answer DeviceAccessService::deleteFile(const Call& call)
     Asked asked;
     asked.name = remoteName(arguments->directory, arguments->fileName);
     Transfers::Result result;
-    result.outcome = m_files.remove(arguments->directory, arguments->fileName, result.problem);
+    std::shared_ptr<KvNService::ReadFile> deleted;
+    result.outcome = m_files.remove(arguments->directory, arguments->fileName, result.problem, &deleted);
+    m_transfers.close(std::move(deleted));
     report(errors, result, asked, "DeviceAccessService::deleteFile");
     if (result.outcome == Files::Outcome::Done)
         logFile("deleted", asked.name, call.peer);

@@ -166,7 +166,8 @@ Files::Outcome Files::setBusy(std::string_view remotePath, bool on)
     return Outcome::Done;
 }
 
-Files::Outcome Files::remove(std::string_view directory, std::string_view fileName, std::string& problem)
+Files::Outcome Files::remove(std::string_view directory, std::string_view fileName, std::string& problem,
+                             std::shared_ptr<KvNService::ReadFile>* deleted)
 {
     Place place;
     const Outcome outcome = find(directory, fileName, place, problem);
@@ -175,6 +176,8 @@ Files::Outcome Files::remove(std::string_view directory, std::string_view fileNa
     if (isBusy(place.number))
         return Outcome::Busy;
     FileProblem why;
+    if (deleted != nullptr)
+        *deleted = m_folder->openFile(place.name, why);
     if (!m_folder->remove(place.name, why))
         return why.kind == FileProblem::Kind::Missing ? Outcome::NotFound : trouble(why, problem);
     // Whoever asks again because the answer was lost is told that the file is not there.

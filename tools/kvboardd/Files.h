@@ -86,8 +86,10 @@ public:
     /** While a file is busy it is neither replaced nor deleted. Done or BadName; releasing never fails. */
     Outcome setBusy(std::string_view remotePath, bool on);
 
-    /** Deletes a file: Done, BadName, NotFound, Busy or Io. */
-    Outcome remove(std::string_view directory, std::string_view fileName, std::string& problem);
+    /** Deletes a file: Done, BadName, NotFound, Busy or Io. What is given in `deleted` has it open still: it takes time
+        to give back the space of a large file, and that is spent when this is destroyed. */
+    Outcome remove(std::string_view directory, std::string_view fileName, std::string& problem,
+                   std::shared_ptr<KvNService::ReadFile>* deleted = nullptr);
 
     /** All files, by name, and how many bytes more there is room for: Done or Io. */
     Outcome list(std::vector<Entry>& entries, KvUInt64& freeBytes, std::string& problem) const;

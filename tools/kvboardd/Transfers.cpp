@@ -89,7 +89,21 @@ void Transfers::drop() noexcept
     // Whoever waits for a sync is told when it is over.
     m_transfer->file->discard();
     m_files.release();
+    close(m_transfer->file);
     m_transfer.reset();
+}
+
+void Transfers::close(std::shared_ptr<const void> file) noexcept
+{
+    if (file == nullptr)
+        return;
+    try {
+        // One holder, so that the copies of a function make no difference.
+        const auto holder = std::make_shared<std::shared_ptr<const void>>(std::move(file));
+        m_beside([holder] { holder->reset(); }, [] {});
+    } catch (...) {
+        // It is closed here and now.
+    }
 }
 
 std::string Transfers::name() const

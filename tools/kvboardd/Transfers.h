@@ -68,6 +68,9 @@ public:
     /** `accessId` may no longer change the board: its transfer ends. Whether there was one. */
     bool lockEnded(KvUInt32 accessId) noexcept;
 
+    /** Has a file destroyed, and so closed, where that may take long. */
+    void close(std::shared_ptr<const void> file) noexcept;
+
     /** The path of the file that is being put; empty when none is. */
     std::string name() const;
 

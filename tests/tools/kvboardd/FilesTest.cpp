@@ -70,7 +70,11 @@ protected:
         m_file.reset();
         return m_files->open(path, m_file, m_problem);
     }
-    Outcome remove(const std::string& fileName) { return m_files->remove("transfer", fileName, m_problem); }
+    Outcome remove(const std::string& fileName) { return remove("transfer", fileName); }
+    Outcome remove(const std::string& directory, const std::string& fileName)
+    {
+        return m_files->remove(directory, fileName, m_problem);
+    }
     /** The names of all files. */
     std::vector<std::string> listed()
     {
@@ -221,7 +225,7 @@ TEST_F(FilesTest, NamesThatWereNotHandedOutAreRefused)
                                        std::string(4096, 't')};
     for (const std::string& directory : directories) {
         EXPECT_EQ(m_files->begin(directory, first, 1, m_unfinished, m_problem), Outcome::BadName) << directory;
-        EXPECT_EQ(m_files->remove(directory, first, m_problem), Outcome::BadName) << directory;
+        EXPECT_EQ(remove(directory, first), Outcome::BadName) << directory;
         EXPECT_EQ(openPath(directory + "/" + first), Outcome::BadName) << directory;
         EXPECT_EQ(m_files->setBusy(directory + "/" + first, true), Outcome::BadName) << directory;
     }
@@ -406,6 +410,19 @@ TEST_F(FilesTest, ABusyFileIsNeitherReplacedNorDeleted)
     ASSERT_EQ(m_files->setBusy(path, false), Outcome::Done);
     EXPECT_EQ(m_folder.read(std::string("files/") + first), "image");
     EXPECT_EQ(remove(first), Outcome::Done);
+}
+
+TEST_F(FilesTest, AFileThatIsDeletedCanBeHandedOverToBeClosed)
+{
+    name();
+    ASSERT_EQ(put(first, "content"), Outcome::Done);
+    std::shared_ptr<KvNService::ReadFile> deleted;
+    EXPECT_EQ(m_files->remove("transfer", first, m_problem, &deleted), Outcome::Done);
+    EXPECT_EQ(inFolder(), 0u);
+    ASSERT_TRUE(deleted);
+    EXPECT_EQ(deleted->size(), 7u);
+    EXPECT_EQ(m_files->remove("transfer", first, m_problem, &deleted), Outcome::NotFound);
+    EXPECT_FALSE(deleted);
 }
 
 TEST_F(FilesTest, AnUnfinishedFileLeavesNothing)

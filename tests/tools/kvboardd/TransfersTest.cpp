@@ -237,7 +237,6 @@ TEST_F(TransfersTest, AFileThatIsNotWholeIsDropped)
     EXPECT_EQ(take(m_ends), Outcome::OtherChecksum);
     EXPECT_EQ(m_result.crc32, crcOf("12345"));
     EXPECT_EQ(inFolder(), 0u);
-    EXPECT_TRUE(m_beside.empty());
 }
 
 TEST_F(TransfersTest, AnEndThatIsRepeatedAfterSuccessIsASuccess)
@@ -475,6 +474,28 @@ TEST_F(TransfersTest, OneWhoCannotTakeTheResultDoesNotKeepItFromOthers)
     end(id, crcOf("abc"));
     disk();
     EXPECT_EQ(take(m_ends), Outcome::Done);
+}
+
+TEST_F(TransfersTest, FilesThatAreDroppedAreClosedBeside)
+{
+    const auto file = std::make_shared<int>();
+    m_transfers.close(file);
+    EXPECT_EQ(file.use_count(), 2);
+    ASSERT_EQ(m_beside.size(), 1u);
+    m_beside.front().first();
+    EXPECT_EQ(file.use_count(), 1);
+    m_beside.clear();
+    m_transfers.close(nullptr);
+    EXPECT_TRUE(m_beside.empty());
+    m_isBesideOut = true;
+    m_transfers.close(file);
+    EXPECT_EQ(file.use_count(), 1) << "or here, without memory";
+
+    m_isBesideOut = false;
+    begin(3);
+    m_transfers.lockEnded(holder);
+    EXPECT_EQ(m_beside.size(), 1u);
+    EXPECT_EQ(inFolder(), 0u) << "its name is gone at once";
 }
 
 TEST_F(TransfersTest, TheServicesEndLeavesNothingUnfinished)
