@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <new>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
@@ -388,6 +389,9 @@ bool Board::apply(KvCErrorListPool& errors, KvUInt32 accessId, const KvCInventor
     bool good = change.prepare(errors);
     if (good && (!change.perform(errors) || !store(errors))) {
         change.undo(errors);
+        // What is stored may be new all the same, when its folder could not be synced.
+        KvCErrorListPool ignored;
+        store(ignored);
         good = false;
     }
     std::erase_if(m_written,
@@ -405,18 +409,28 @@ bool Board::store(KvCErrorListPool& errors) const
 {
     if (!m_store)
         return true;
+    try {
+        return storeTree(errors);
+    } catch (const std::bad_alloc&) {
+        KV_REPORT(errors, BoardOutOfMemory, "Board::store");
+        return false;
+    }
+}
+
+bool Board::storeTree(KvCErrorListPool& errors) const
+{
     const KvNReport::Watch watch(errors);
     KvCBuffer section(errors);
     KvCInventoryData::generateInventorySection(errors, section, m_description.tree.get());
     if (watch.grew()) {
-        KV_REPORT(errors, BoardCannotSerialize, "Board::store");
+        KV_REPORT(errors, BoardCannotSerialize, "Board::storeTree");
         return false;
     }
     std::string problem;
     const auto* bytes = reinterpret_cast<const unsigned char*>(section.getStartPointer());
     if (m_store->writeInventory({bytes, section.getOccupiedSize()}, problem))
         return true;
-    KV_REPORT(errors, BoardCannotStore, "Board::store", problem);
+    KV_REPORT(errors, BoardCannotStore, "Board::storeTree", problem);
     return false;
 }
 

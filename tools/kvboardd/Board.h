@@ -117,6 +117,7 @@ private:
     bool designate(KvCErrorListPool& errors, KvCInventoryParameter& parameter, const WireValue& value) const;
     std::vector<KvCInventoryParameter*> writtenAt(const Place& place) const;
     bool store(KvCErrorListPool& errors) const;
+    bool storeTree(KvCErrorListPool& errors) const;
 
     BoardDescription m_description;
     std::unique_ptr<Store> m_store;

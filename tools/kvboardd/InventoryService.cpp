@@ -155,8 +155,10 @@ Answer InventoryService::apply(const Call& call)
             std::size_t applied = 0;
             const bool good = m_board.apply(errors, arguments.accessId, address, applied);
             if (applied != 0)
-                log("board " + std::to_string(m_board.serialNumber()) + ": " + valueCount(applied) + " applied at " +
-                    shownAddress(address) + " by " + addressText(call.peer));
+                logMade("values applied", [&] {
+                    return "board " + std::to_string(m_board.serialNumber()) + ": " + valueCount(applied) +
+                           " applied at " + shownAddress(address) + " by " + addressText(call.peer);
+                });
             return good;
         },
         resultOf);

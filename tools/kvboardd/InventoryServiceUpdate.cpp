@@ -110,7 +110,9 @@ bool InventoryService::beginUpdate(KvCErrorListPool& errors, const Call& call, c
     const auto open = [&](KvCErrorListPool& reasons) { return PutImage::open(reasons, m_files, path); };
     if (!m_update.begin(errors, m_clock(), std::move(order), open))
         return false;
-    log(updateName() + " begun as " + firmwareTypeName(firmwareType) + " by " + addressText(call.peer));
+    logMade("an update has begun", [&] {
+        return updateName() + " begun as " + firmwareTypeName(firmwareType) + " by " + addressText(call.peer);
+    });
     return true;
 }
 
@@ -227,7 +229,7 @@ Answer InventoryService::updateFinish(const Call& call)
             if (!m_update.finish(errors))
                 return false;
             if (isOver)
-                log(what + " closed by " + addressText(call.peer));
+                logMade("an update is closed", [&] { return what + " closed by " + addressText(call.peer); });
             return true;
         },
         resultOf);
@@ -268,12 +270,10 @@ Update::Milliseconds InventoryService::advanceUpdate() noexcept
     const Update::State now = m_update.status().state;
     if (before == now)
         return pause;
-    try {
-        log(updateName() + (now == Update::State::Done ? " is done" : " has failed: ") +
-            (now == Update::State::Done ? "" : shown(m_update.errors().getErrorText(0))));
-    } catch (const std::bad_alloc&) {
-        log("an update is over");
-    }
+    logMade("an update is over", [&] {
+        return updateName() + (now == Update::State::Done ? std::string(" is done")
+                                                          : " has failed: " + shown(m_update.errors().getErrorText(0)));
+    });
     return pause;
 }
 

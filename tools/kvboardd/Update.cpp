@@ -92,7 +92,11 @@ bool Update::begin(KvCErrorListPool& errors, Time now, Order order, const Opener
     record.state = UpdateRecord::State::Running;
     record.address = order.address.toString().c_str();
     record.firmwareType = order.firmwareType;
-    std::unique_ptr<Image> image = openImage(errors, order, open);
+    std::unique_ptr<Image> image;
+    if (record.address.empty() && !order.address.isEmpty())
+        KV_REPORT(errors, BoardOutOfMemory, "Update::begin");
+    else
+        image = openImage(errors, order, open);
     if (image)
         record.newVersion = image->version().getAsULong64();
     if (!image || !replaceRecord(errors, record)) {

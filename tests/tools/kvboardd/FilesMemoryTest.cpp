@@ -1,101 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <new>
 
+#include "FailingNew.h"
 #include "ServicesFixture.h"
 #include "base/Crc32.h"
 #include "tests/support/FailingAllocation.h"
-
-namespace {
-
-/** Which of the next calls of operator new fails: 0 none. */
-std::size_t g_failing = 0;
-bool g_lasting = false;
-std::size_t g_count = 0;
-bool g_hasFailed = false;
-
-void* allocate(std::size_t bytes)
-{
-    if (g_failing != 0) {
-        ++g_count;
-        if (g_lasting ? g_count >= g_failing : g_count == g_failing) {
-            g_hasFailed = true;
-            return nullptr;
-        }
-    }
-    return std::malloc(bytes == 0 ? 1 : bytes);
-}
-
-/** While it lives, operator new fails as FailingAllocation says of the library's allocations. */
-class FailingNew
-{
-public:
-    FailingNew(std::size_t number, bool lasting)
-    {
-        g_count = 0;
-        g_hasFailed = false;
-        g_lasting = lasting;
-        g_failing = number;
-    }
-    ~FailingNew() { g_failing = 0; }
-    FailingNew(const FailingNew&) = delete;
-    FailingNew& operator=(const FailingNew&) = delete;
-};
-
-}  // namespace
-
-void* operator new(std::size_t bytes)
-{
-    if (void* block = allocate(bytes))
-        return block;
-    throw std::bad_alloc();
-}
-
-void* operator new[](std::size_t bytes)
-{
-    return operator new(bytes);
-}
-
-void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept
-{
-    return allocate(bytes);
-}
-
-void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept
-{
-    return allocate(bytes);
-}
-
-void operator delete(void* block) noexcept
-{
-    std::free(block);
-}
-
-void operator delete[](void* block) noexcept
-{
-    std::free(block);
-}
-
-void operator delete(void* block, std::size_t) noexcept
-{
-    std::free(block);
-}
-
-void operator delete[](void* block, std::size_t) noexcept
-{
-    std::free(block);
-}
-
-void operator delete(void* block, const std::nothrow_t&) noexcept
-{
-    std::free(block);
-}
-
-void operator delete[](void* block, const std::nothrow_t&) noexcept
-{
-    std::free(block);
-}
 
 namespace {
 
@@ -153,7 +63,7 @@ protected:
         } catch (const std::bad_alloc&) {
             return true;
         }
-        return g_hasFailed;
+        return FailingNew::hasFailed();
     }
 };
 
