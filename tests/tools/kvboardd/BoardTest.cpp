@@ -365,4 +365,64 @@ TEST_F(BoardStateTest, ADamagedStateIsNotPassedOver)
     EXPECT_EQ(problem, name + ": it holds HCN[4712], not HCN[4711]");
 }
 
+TEST_F(BoardStateTest, ANewVersionIsServedAndStored)
+{
+    restart();
+    m_board->scan(m_errors);
+    ASSERT_TRUE(m_board->setVersion(m_errors, at("HCN[4711]/FIRMWARE"), KvCVersion(4, 0, 1, 2, 2, 0)));
+    EXPECT_EQ(value("FIRMWARE/VERSION"), "4.0.1b2");
+    const KvCBuffer* stream = m_board->scan(m_errors);
+    ASSERT_NE(stream, nullptr);
+    const std::string bytes(stream->getStartPointer(), stream->getOccupiedSize());
+    EXPECT_NE(bytes.find(std::string("\x04\x00\x01\x02\x00\x02\x00\x00", 8)), std::string::npos);
+    restart();
+    EXPECT_EQ(value("FIRMWARE/VERSION"), "4.0.1b2");
+    EXPECT_EQ(value("BOOTLOADER/VERSION"), "1.0") << "of that item alone";
+}
+
+TEST_F(BoardStateTest, AVersionThatCannotBeStoredIsNotServed)
+{
+    restart();
+    std::filesystem::create_directory(m_folder.path("state/4711/inventory.inv"));
+    m_errors.clear();
+    EXPECT_FALSE(m_board->setVersion(m_errors, at("HCN[4711]/FIRMWARE"), KvCVersion(4, 0, 1, 2, 2, 0)));
+    EXPECT_EQ(codes(m_errors), (std::vector<KvUInt32>{0x301001}));
+    EXPECT_EQ(value("FIRMWARE/VERSION"), "3.1.2b4p7");
+}
+
+TEST_F(BoardStateTest, OnlyWhatHasAVersionGetsOne)
+{
+    restart();
+    const KvCVersion version(4, 0, 1, 2, 2, 0);
+    m_errors.clear();
+    EXPECT_FALSE(m_board->setVersion(m_errors, at("HCN[4711]/CPU"), version));
+    EXPECT_FALSE(m_board->setVersion(m_errors, at("HCN[4712]/FIRMWARE"), version));
+    EXPECT_EQ(codes(m_errors), (std::vector<KvUInt32>{0x300801, 0x300802}));
+    EXPECT_FALSE(std::filesystem::exists(m_folder.path("state/4711/inventory.inv")));
+}
+
+TEST_F(BoardStateTest, HowAnUpdateStandsIsRemembered)
+{
+    using State = UpdateRecord::State;
+    restart();
+    UpdateRecord record;
+    std::string problem;
+    ASSERT_TRUE(m_board->recall(record, problem)) << problem;
+    EXPECT_EQ(record.state, State::Idle);
+    ASSERT_TRUE(m_board->remember(m_errors, {State::Verified, "HCN[4711]/FIRMWARE", 0, 0x0400000000000000u, {}}));
+    restart();
+    ASSERT_TRUE(m_board->recall(record, problem)) << problem;
+    EXPECT_EQ(record.state, State::Verified);
+    EXPECT_EQ(record.address, "HCN[4711]/FIRMWARE");
+    EXPECT_EQ(record.newVersion, 0x0400000000000000u);
+
+    std::filesystem::remove(m_folder.path("state/4711/update.json"));
+    std::filesystem::create_directory(m_folder.path("state/4711/update.json"));
+    EXPECT_FALSE(m_board->recall(record, problem));
+    EXPECT_EQ(problem, m_folder.path("state/4711/update.json") + " is not a regular file");
+    m_errors.clear();
+    EXPECT_FALSE(m_board->remember(m_errors, {}));
+    EXPECT_EQ(codes(m_errors), (std::vector<KvUInt32>{0x301001}));
+}
+
 }  // namespace
