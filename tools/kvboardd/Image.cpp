@@ -12,6 +12,7 @@
 #include "inventory/KvCInventoryParameter.h"
 #include "inventory/SectionFormat.h"
 #include "inventory/ids/KvNInventoryIDs.h"
+#include "tools/kvboardd/Board.h"
 
 namespace KvNBoardService {
 
@@ -85,7 +86,7 @@ bool readNumber(KvCErrorListPool& errors, const KvCInventoryItem& item, const Kv
         [] {});
     if (number)
         return true;
-    KV_REPORT(errors, BoardImageNoNumber, "Image::open", parameter->getAddress().toString());
+    KV_REPORT(errors, BoardImageNoNumber, "Image::open", shownAddress(parameter->getAddress()));
     return false;
 }
 
@@ -174,7 +175,7 @@ std::unique_ptr<Image> Image::open(KvCErrorListPool& errors, std::unique_ptr<Ima
     const KvCInventoryParameter* version = described->getParameter(ID::VERSION);
     const KvCVersion* value = version == nullptr ? nullptr : version->valueIf<KvCVersion>();
     if (value == nullptr) {
-        KV_REPORT(errors, BoardImageNoVersion, origin, described->getAddress().toString());
+        KV_REPORT(errors, BoardImageNoVersion, origin, shownAddress(described->getAddress()));
         return nullptr;
     }
     image->m_version = *value;

@@ -196,6 +196,20 @@ TEST_F(ImageTest, OfSeveralItemsTheOneWithTheBoardItemsIdCounts)
     EXPECT_STREQ(open(bytes, userFpga, "FPGA[3]")->version().getAsString().c_str(), "5.0") << "the first in order";
 }
 
+TEST_F(ImageTest, ADeepSectionIsReadAndItsMessagesAreShort)
+{
+    std::string place;
+    for (int i = 0; i < 2000; ++i)
+        place += "CPU/";
+    ImageMaker maker;
+    maker.with<KvUInt32>((place + "FIRMWARE/SIZE").c_str(), 0);
+    EXPECT_EQ(open(maker.image()), nullptr);
+    EXPECT_EQ(codes(m_errors), Codes{0x30200b});
+    EXPECT_LT(std::string(m_errors.getErrorText(0)).size(), 300u);
+    maker.withVersion((place + "FIRMWARE/VERSION").c_str(), "4.0");
+    EXPECT_NE(open(maker.image()), nullptr);
+}
+
 TEST_F(ImageTest, AnImageWithoutVersionIsRefused)
 {
     const char* const text = "Update error. The item ROOT/FIRMWARE of the image has no VERSION.";
