@@ -51,6 +51,15 @@ void log(std::string_view line) noexcept
     }
 }
 
+void logEnd(std::string_view line) noexcept
+{
+    try {
+        write(line);
+    } catch (...) {
+        // Without memory there is nothing to say it with.
+    }
+}
+
 std::string shown(std::string_view text, std::size_t maximum)
 {
     std::string result = KvNText::escaped(text.substr(0, maximum));

@@ -25,6 +25,9 @@ void logMade(const char* instead, const Make& make) noexcept
     }
 }
 
+/** The same for what ends the program, which is not left out. */
+void logEnd(std::string_view line) noexcept;
+
 /** A text from outside as it may be shown: escaped, and at most `maximum` bytes of it. */
 std::string shown(std::string_view text, std::size_t maximum = 255);
 

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/service/Descriptors.h"
 #include "tools/kvboardd/Board.h"
 #include "tools/kvboardd/BoardFile.h"
 #include "tools/kvboardd/FileFolders.h"
@@ -81,13 +82,15 @@ std::string generated(int count, char** arguments)
 
 int serve(const Options& options)
 {
+    // Each board has several sockets and folders open.
+    KvNService::allowAllDescriptors();
     std::string problem;
     Rights rights;
     FileFolders files;
     std::vector<ServedBoard> boards;
     if (!chooseRights(options, rights, problem) || !files.open(options.state, problem) ||
         !loadBoards(options, files, boards, problem)) {
-        log(problem);
+        logEnd(problem);
         return 1;
     }
     const std::size_t count = boards.size();
@@ -99,7 +102,7 @@ int serve(const Options& options)
             folders.push_back(options.state + "/" + std::to_string(served.board->serialNumber()));
     Service service(options, std::move(boards));
     if (!service.start(problem) || !takeRights(rights, folders, problem)) {
-        log(problem);
+        logEnd(problem);
         return 1;
     }
     service.run([count] {

@@ -371,6 +371,29 @@ TEST_F(FilesProcessTest, TheLimitsOfTheCommandLineHold)
     EXPECT_EQ(client.putFile(client.name(), ""), 12u);
 }
 
+TEST_F(FilesProcessTest, ManyBoardsNeedMoreDescriptorsThanAreUsual)
+{
+    std::string boards;
+    for (int i = 1; i <= 150; ++i)
+        boards += (i == 1 ? R"({"format": "korvel-board", "version": 1, "boards": [)" : ", ") +
+                  std::string(R"({"serialNumber": )") + std::to_string(i) + R"(, "address": "127.0.61.)" +
+                  std::to_string(i) + R"(", "tree": {"id": "HCN", "index": )" + std::to_string(i) + "}}";
+    m_folder.write("boards.json", boards + "]}");
+    const std::vector<std::string> arguments = {"--boards", m_folder.path("boards.json"), "--portmap", "10465"};
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few{64, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    m_process.start(arguments);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(m_process.output(), "ready: 150 boards\n") << m_process.log();
+
+    BoardProcess second;
+    second.start(arguments);
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_NE(second.log().find("the port is in use"), std::string::npos) << second.log();
+}
+
 TEST_F(FilesProcessTest, WithoutAStateTheFilesGoWithTheService)
 {
     const auto files = [this] {
