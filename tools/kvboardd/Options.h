@@ -32,7 +32,7 @@ struct Options
     std::size_t textBytes = 65536;
     std::size_t chunkBytes = 1048576;
     KvUInt64 filesBytes = KvUInt64(1) << 30;
-    std::size_t files = 4096;
+    std::size_t files = 256;  ///< whoever asks for the list has all of them looked at
 
     unsigned connections = 64;
     unsigned connectionsPerSource = 8;
