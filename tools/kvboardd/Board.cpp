@@ -153,7 +153,7 @@ Board::~Board() = default;
 bool Board::restore(std::string& problem)
 {
     std::vector<unsigned char> section;
-    if (!m_store)
+    if (!m_store || m_description.isMachine)
         return true;
     if (!m_store->readInventory(section, problem))
         return false;

@@ -32,6 +32,7 @@ struct BoardDescription
     std::string boardName;
     std::string systemName;
     KvUInt32 address = 0x7F000001;  ///< IPv4, host order
+    bool isMachine = false;  ///< it is the machine itself: always as it is now, whatever was stored or is to be updated
     std::unique_ptr<KvCInventoryItem> tree;
 };
 
@@ -67,6 +68,7 @@ public:
     KvUInt32 serialNumber() const { return m_description.serialNumber; }
     KvUInt32 boardType() const { return m_description.boardType; }
     const std::string& boardName() const { return m_description.boardName; }
+    bool isMachine() const { return m_description.isMachine; }
     const std::string& systemName() const { return m_description.systemName; }
     KvUInt32 address() const { return m_description.address; }
     /** The address of the tree's root. */

@@ -204,6 +204,7 @@ bool describeHost(const Machine& machine, std::optional<KvUInt32> serialNumber, 
     KvCErrorListPool errors;
     board.serialNumber = *serialNumber;
     board.boardType = hostBoardType;
+    board.isMachine = true;
     board.boardName = board.systemName = machine.hostName;
     const KvCInventoryAddress id = HCN[*serialNumber];
     board.tree.reset(new (errors) KvCInventoryItem(errors, id, "HCN"));

@@ -102,6 +102,10 @@ template <class Arguments>
 bool InventoryService::beginUpdate(KvCErrorListPool& errors, const Call& call, const Arguments& arguments,
                                    KvUInt32 firmwareType, const KvCInventoryAddress& address)
 {
+    if (m_board.isMachine()) {
+        KV_REPORT(errors, BoardIsMachine, "InventoryService::beginUpdate", address.toString());
+        return false;
+    }
     const std::string_view path(arguments.fileName.fileName_val, arguments.fileName.fileName_len);
     Update::Order order;
     order.address = address;

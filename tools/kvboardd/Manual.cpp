@@ -49,7 +49,7 @@ With
 .B \-\-host
 the board is the machine: its processors with their caches, memory, mainboard, BIOS, disks, Ethernet interfaces and
 kernel, as they are when the service starts. What cannot be read is left out; some serial numbers only root can read.
-Nothing of it can be written. The serial number is made from
+Nothing of it can be written or updated. The serial number is made from
 .I /etc/machine\-id
 (FNV\-1a, 32 bits, of its digits; 1 when that is 0), or from the first hardware address where there is none, so that it
 stays the same; copies of a machine need

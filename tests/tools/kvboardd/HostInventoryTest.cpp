@@ -51,6 +51,7 @@ TEST(HostInventoryTest, AMachineIsATreeUnderItsSerialNumber)
     ASSERT_TRUE(board.tree);
     EXPECT_EQ(board.serialNumber, 4711u);
     EXPECT_EQ(board.boardType, 0u);
+    EXPECT_TRUE(board.isMachine);
     EXPECT_EQ(board.boardName, "bench-3");
     EXPECT_EQ(board.systemName, "bench-3");
     EXPECT_EQ(board.address, 0x7F000001u);

@@ -145,6 +145,23 @@ TEST_F(HostProcessTest, TheMachineIsABoardOnLoopback)
     EXPECT_NE(tree->getParameter(KvNInventoryIDs::FIRMWARE / KvNInventoryIDs::INFO), nullptr);
 }
 
+TEST_F(HostProcessTest, TheMachineIsNotUpdated)
+{
+    start({"--serial", "4242"});
+    RawConnection connection(loopback, servicePort);
+    const RawReply locked = connection.call(access, 1, 2, words({2, 0, 0, 1}) + counted("t"));
+    WireReader lock(locked.body);
+    EXPECT_EQ(lock.word(), 0u);
+    const Bytes firmware = words({2, 4, 380, 4242, 9, 1});
+    const RawReply refused =
+        connection.call(inventory, 1, 7, firmware + words({lock.word()}) + counted("transfer/x") + words({0, 0, 0}));
+    ASSERT_TRUE(refused.isSuccess());
+    WireReader reader(refused.body);
+    EXPECT_EQ(reader.word(), 1u);
+    const std::string errors = reader.counted();
+    EXPECT_NE(errors.find(std::string("\0\x30\x20\x15", 4)), std::string::npos);
+}
+
 TEST_F(HostProcessTest, TheSerialNumberOfAMachineStaysTheSame)
 {
     const auto serial = [&]() -> KvUInt32 {
