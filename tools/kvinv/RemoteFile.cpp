@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <new>
 
 #include "platform/files/KvNFiles.h"
 #include "platform/oncrpc/KvCRpcClient.h"
@@ -27,7 +28,11 @@ void advance(unsigned int thousandths, void* context)
     if (Interruption::happened())
         KvCRpcClient::cancelAll();
     const Share& share = *static_cast<Share*>(context);
-    share.progress.reach(std::min(thousandths, wholeFile) * share.thousandths / wholeFile);
+    try {
+        share.progress.reach(std::min(thousandths, wholeFile) * share.thousandths / wholeFile);
+    } catch (const std::bad_alloc&) {
+        // The library is not to be left this way, and a bar that stands still does no harm.
+    }
 }
 
 }  // namespace
