@@ -223,7 +223,7 @@ public:
     /** Puts a local file on the board, under a name that the board chooses.
         @param localPath where the file is on this host
         @param progress called on this thread while the file is sent, with thousandths of the file (0 to 1000) and
-               `context`; must not throw; may be null
+               `context`; must not throw, nor put another file on this board; may be null
         @param context handed to `progress` untouched
         @param[out] file the name on the board, set on success only; the caller removes the file with
                deleteRemoteFile()
@@ -313,9 +313,8 @@ private:
     /** Whether the lock has a right on the board; `allowed` is false on every failure. 0x1600825. */
     long checkAuthority(KvCErrorListPool& errors, void* deviceHandle, const KvCInventoryAddress& address,
                         KvUInt32 accessId, KvUInt32 right, bool& allowed) const;
-    /** Asks the board for the name of a new file. A name that could not be handed back to the board as it came, because
-        a NUL stands in it or because its path has more characters than an update can carry (303), is none: 0x1600823.
-        The names are set on success only. */
+    /** Asks the board for the name of a new file; a name ends at its first NUL, if any. The names are set on success
+        only. 0x1600823. */
     long generateRemoteFilename(KvCErrorListPool& errors, void* deviceHandle, const KvCInventoryAddress& address,
                                 KvUInt32 accessId, KvCString& directory, KvCString& fileName) const;
     /** Puts a local file on the board under a name that the board gave. 0x1600812, 0x1600827, 0x1600814. */

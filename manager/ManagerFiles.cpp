@@ -2,7 +2,6 @@
 #include <utility>
 
 #include "manager/BoardCall.h"
-#include "manager/RemotePath.h"
 #include "platform/dal/KvDALAp.h"
 
 /* Files on boards: names for them, putting them there and removing them. */
@@ -54,14 +53,16 @@ private:
     const bool m_exists;
 };
 
-bool isText(const Characters& received)
+/** Makes a text of characters; what stands behind a NUL is no part of it. False when there is no memory for it. */
+bool toText(const Characters& received, KvCString& text)
 {
-    return received.length == 0 || std::memchr(received.data, '\0', received.length) == nullptr;
-}
-
-KvCString toString(const Characters& received)
-{
-    return received.length != 0 ? KvCString(received.data, received.length) : KvCString();
+    if (received.length == 0)
+        return true;
+    const void* end = std::memchr(received.data, '\0', received.length);
+    const auto length =
+        end != nullptr ? static_cast<KvUInt32>(static_cast<const char*>(end) - received.data) : received.length;
+    text = KvCString(received.data, length);
+    return text.length() == length;
 }
 
 }  // namespace
@@ -99,17 +100,13 @@ long KvCInventoryManager::generateRemoteFilename(KvCErrorListPool& errors, void*
     if (!remote.callAt(address, KvNInventoryRpc::generateRemoteFilename, accessId))
         return -1;
     const KvInventoryManagerRpcIFRemoteFilenameResult& result = remote.result();
-    // A name that would be cut on its way back to the board is the name of another file.
-    const bool usable = isText(result.directory) && isText(result.fileName) &&
-                        KvNInventoryManager::pathLength(result.directory.length, result.fileName.length) <=
-                            KvNInventoryManager::UpdatePathLength;
-    if (result.status != 0 || !usable) {
+    if (result.status != 0) {
         KV_REPORT(errors, RemoteFileNameFailed, origin);
         return -1;
     }
-    KvCString newDirectory = toString(result.directory);
-    KvCString newFileName = toString(result.fileName);
-    if (newDirectory.length() != result.directory.length || newFileName.length() != result.fileName.length) {
+    KvCString newDirectory;
+    KvCString newFileName;
+    if (!toText(result.directory, newDirectory) || !toText(result.fileName, newFileName)) {
         KV_REPORT(errors, OutOfMemory, origin);
         return -1;
     }

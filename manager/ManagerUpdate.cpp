@@ -1,7 +1,6 @@
 #include <cstring>
 
 #include "manager/BoardCall.h"
-#include "manager/RemotePath.h"
 
 /* Firmware updates of one board: starting them, following them, and closing them. */
 
@@ -10,7 +9,6 @@ using KvNInventoryManager::EUpdateStatus;
 using KvNInventoryManager::FirmwareType;
 using KvNInventoryManager::KvSRemoteFileHandle;
 using KvNInventoryManager::RemoteCall;
-using KvNInventoryManager::RemotePath;
 using KvNInventoryManager::StatusCall;
 namespace Procedure = KvNInventoryRpc::Procedure;
 
@@ -59,6 +57,10 @@ EUpdateStatus fromWire(KvInventoryManagerRpcIFUpdateState state)
     }
 }
 
+/** Characters that an update carries of a file's path; what is behind them is cut off. */
+constexpr std::size_t updatePathLength = 303;
+constexpr std::size_t update2PathLength = 511;
+
 /** A copy of a file name that is cut where its room ends; null is the empty name. */
 template <std::size_t Size>
 struct FileName
@@ -75,6 +77,32 @@ struct FileName
     char text[Size];
 };
 
+/** The path of a transferred file on its board. Without memory for it there is none: 0x601002. */
+class RemotePath
+{
+public:
+    RemotePath(KvCErrorListPool& errors, const char* origin, const KvSRemoteFileHandle& file)
+        : m_path(file.directory.length() != 0 ? file.directory + "/" + file.fileName : file.fileName),
+          m_isWhole(m_path.length() == lengthOf(file))
+    {
+        if (!m_isWhole)
+            KV_REPORT(errors, OutOfMemory, origin);
+    }
+
+    bool isWhole() const { return m_isWhole; }
+    const char* c_str() const { return m_path.c_str(); }
+
+private:
+    static KvUInt64 lengthOf(const KvSRemoteFileHandle& file)
+    {
+        const KvUInt64 directory = file.directory.length();
+        return (directory != 0 ? directory + 1 : 0) + file.fileName.length();
+    }
+
+    const KvCString m_path;
+    const bool m_isWhole;
+};
+
 }  // namespace
 
 long KvCInventoryManager::update(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
@@ -82,7 +110,7 @@ long KvCInventoryManager::update(KvCErrorListPool& errors, KVINVENTORYMANAGERRPC
                                  FirmwareType type, KvUInt64 size) const
 {
     constexpr const char* origin = "KvCInventoryManager::update";
-    const FileName<KvNInventoryManager::UpdatePathLength + 1> name(fileName);
+    const FileName<updatePathLength + 1> name(fileName);
     StatusCall remote(errors, client, origin, Procedure::update);
     if (!remote.callAt(address, KvNInventoryRpc::update, accessId, name.text, toWire(type), size))
         return -1;
@@ -97,7 +125,7 @@ long KvCInventoryManager::update2(KvCErrorListPool& errors, KVINVENTORYMANAGERRP
                                   const char* fileName, KvUInt64 size) const
 {
     constexpr const char* origin = "KvCInventoryManager::update2";
-    const FileName<KvNInventoryManager::Update2PathLength + 1> name(fileName);
+    const FileName<update2PathLength + 1> name(fileName);
     StatusCall remote(errors, client, origin, Procedure::update2);
     if (!remote.callAt(address, KvNInventoryRpc::update2, accessId, kind, name.text, size))
         return -1;

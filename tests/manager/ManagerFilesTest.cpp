@@ -162,27 +162,21 @@ TEST_F(FileTransfer, withoutANameFromTheBoardPutsNothing)
     expectFails({entry(0x1600807)}, named);
 }
 
-TEST_F(FileTransfer, takesNoNameThatWouldBeCutOnItsWayBack)
+TEST_F(FileTransfer, takesANameOfAnyLengthUpToItsFirstNul)
 {
     using namespace std::string_literals;
-    const Chain refused = {entry(0x1600823, "generateRemoteFilename", NoName)};
-    const std::pair<std::string, std::string> names[] = {
-        {"updates", "kv\0.bin"s},     {"updates", "kv.bin\0"s},
-        {"up\0dates"s, "kv.bin"},     {"\0"s, "kv.bin"},
-        {"", std::string(304, 'x')},  {"d", std::string(302, 'x')},
-        {std::string(302, 'x'), "f"}, {std::string(100000, 'x'), std::string(100000, 'x')}};
-    for (const auto& [directory, fileName] : names) {
-        answerNames(directory, fileName);
-        expectFails(refused, named);
-    }
-    const std::pair<std::string, std::string> longest[] = {
-        {"", std::string(303, 'x')}, {"d", std::string(301, 'x')}, {std::string(303 - 2, 'x'), "f"}};
-    for (const auto& [directory, fileName] : longest) {
+    const auto takes = [this](const std::string& directory, const std::string& fileName) {
         answerNames(directory, fileName);
         EXPECT_EQ(0, transfer());
-        EXPECT_EQ(directory, file.directory.c_str());
-        EXPECT_EQ(fileName, file.fileName.c_str());
-    }
+        EXPECT_EQ("putFileU 0 3 images/a.bin '"s + directory.c_str() + "' '" + fileName.c_str() + "'", called()[5]);
+        EXPECT_STREQ(directory.c_str(), file.directory.c_str());
+        EXPECT_STREQ(fileName.c_str(), file.fileName.c_str());
+    };
+    takes("updates\0\0"s, "kv.bin\0"s);
+    takes("up\0dates"s, "\0kv.bin"s);
+    takes("", "");
+    takes(std::string(302, 'd'), "f");
+    takes(std::string(100000, 'd'), std::string(100000, 'f'));
 }
 
 TEST_F(FileTransfer, keepsTheBytesOfAName)

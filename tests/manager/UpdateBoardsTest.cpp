@@ -162,6 +162,22 @@ TEST_F(WholeUpdate, ofWhichTheBoardRefusesTheFileCanBeGivenUp)
         accessed());
 }
 
+TEST_F(WholeUpdate, ofWhichTheNameCannotBeUsedPutsNothing)
+{
+    ASSERT_EQ(0, manager.lock(errors, root, address, 2, lock));
+    const std::pair<std::string, std::string> names[] = {
+        {"updates", ""}, {"", std::string("\0kv", 3)}, {std::string(254, 'd'), "f"}, {"", std::string(304, 'f')}};
+    for (const auto& [directory, fileName] : names) {
+        board->answer(10, Record().number(0).characters(directory).characters(fileName).opaque({}));
+        EXPECT_EQ(-1, transfer());
+        EXPECT_EQ(0x1600827u, lastCode());
+        EXPECT_STREQ("f", file.fileName.c_str());
+    }
+    errors.clear();
+    EXPECT_EQ(0, manager.unlock(errors, lock));
+    EXPECT_EQ((std::vector<KvUInt32>{RequestAccess, ReleaseAccess}), accessed());
+}
+
 TEST_F(WholeUpdate, ofAFileThatIsNotThereLeavesTheBoardAlone)
 {
     ASSERT_EQ(0, manager.lock(errors, root, address, 2, lock));
