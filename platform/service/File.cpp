@@ -147,6 +147,7 @@ bool UnfinishedFile::syncFolder(FileProblem& problem) const
     if (retried([&] { return ::fsync(m_folder.get()); }) == 0)
         return true;
     failed(problem, "cannot sync the folder of", m_path);
+    problem.text += "; it is in its place, which a power failure can undo";
     problem.kind = FileProblem::Kind::Unsynced;
     return false;
 }
