@@ -6,6 +6,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "FailingAllocation.h"
+
 namespace {
 
 constexpr std::uint16_t PortMapperPort = 20111;
@@ -167,6 +169,7 @@ ScriptedBoards::Board& ScriptedBoards::add(KvUInt32 serialNumber, const char* sy
 void ScriptedBoards::start()
 {
     m_thread = std::thread([this] {
+        FailingAllocation::spareThisThread();
         m_server.run();
         m_unanswered.clear();
     });
