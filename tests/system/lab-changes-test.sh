@@ -12,8 +12,9 @@ state=$disk/state
 image=$samples/firmware-image.bin
 old=3.1.2b4p7 new=4.0.1b2
 
-# What stands on the disk of the board in $state beside its values and its update: files, whole or not.
-onDisk() { find "$state" -type f ! -name inventory.inv ! -name update.json; }
+# The files that were put on the board in $state, whole or not. (Values that were just being stored when the service was
+# killed may stand beside their place until they are stored again.)
+onDisk() { find "$state" -path '*/files/*' -type f; }
 nothingOnDisk() { [ -z "$(onDisk)" ]; }
 partOnDisk() { [ -n "$(find "$state" -path '*/files/*' -type f -size +0)" ]; }
 
