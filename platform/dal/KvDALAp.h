@@ -89,7 +89,8 @@ KV_EXPORT KvInt32 KvDAL_deleteFTClientHandle(KvCErrorListPool& errors, void* tra
  * Returns 0, or minus one of the results InvalidHandle, InvalidArgument, OutOfMemory, NoAccess (no access id is in
  * force), LocalFileFailed, LocalFileChanged, TransferCancelled, ConnectionFailed, InvalidReply, BoardRefused + status.
  * What the board reports comes before our own entry. When the result is ConnectionFailed or TransferCancelled and the
- * board could not be reached any more, it drops the transfer as soon as the lock has ended.
+ * board could not be reached any more, or had not yet said that the transfer has begun, it drops the transfer as soon
+ * as the lock has ended.
  */
 KV_EXPORT KvInt32 KvDAL_putFileU(KvCErrorListPool& errors, void* reserved, void* transfer, const wchar_t* localPath,
                                  const char* directory, const char* fileName, void (*progress)(unsigned int, void*),

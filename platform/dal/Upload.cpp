@@ -18,7 +18,7 @@ constexpr KvUInt32 callMicroseconds = 20000000;
 /* For dropping the transfer: of a board that has just answered, and of one that does not. */
 constexpr KvUInt32 withdrawMicroseconds = 5000000;
 constexpr KvUInt32 hopelessMicroseconds = 1000000;
-/* How often a board may ask for bytes again that it had been sent. */
+/* How often a board may have the transfer go on before the end of what it was just sent. */
 constexpr unsigned mostReturns = 16;
 
 constexpr KvInt32 outOfOrder = BoardOutOfOrder - BoardRefused;
@@ -161,10 +161,14 @@ KvInt32 Upload::sendChunk(KvUInt64& position, KvUInt32 bytes)
     const KvInt32 result = call(putData);
     if (result != Ok)
         return result;
-    passOn(reply.errorList, reply.status != 0);
-    if (reply.status != 0 && reply.status != outOfOrder)
+    const KvUInt64 end = position + bytes;
+    const bool goesElsewhere = reply.status == outOfOrder && (reply.received >= end || ++m_returns <= mostReturns);
+    // what the board says of a disorder that is set right here is no failure of the transfer
+    if (!goesElsewhere)
+        passOn(reply.errorList, reply.status != 0);
+    if (reply.status != 0 && !goesElsewhere)
         return reportRefusal(m_errors, m_origin, m_board, reply.status, nullptr);
-    return goOn(reply, putData.repeated, position, position + bytes);
+    return goOn(reply, putData.repeated, position, end);
 }
 
 /* Where the reply to the bytes from `position` to `end` says that the transfer goes on. */
@@ -177,8 +181,6 @@ KvInt32 Upload::goOn(const KvdaReceived& reply, bool repeated, KvUInt64& positio
     const bool sensible = taken ? reply.received >= end : reply.received != position;
     if (!sensible || reply.received > most)
         return reportInvalidReply(m_errors, m_origin, m_board);
-    if (reply.received < position && ++m_returns > mostReturns)
-        return reportRefusal(m_errors, m_origin, m_board, reply.status, nullptr);
     position = reply.received;
     return Ok;
 }
@@ -193,27 +195,32 @@ KvInt32 Upload::finish()
     const KvInt32 result = call(putEnd);
     if (result != Ok)
         return result;
-    m_endUnknown = false;
+    // of a request that was repeated the first may have been served
+    m_endUnknown = putEnd.repeated && reply.status != 0;
     passOn(reply.errorList, reply.status != 0);
     return reply.status == 0 ? static_cast<KvInt32>(Ok)
                              : reportRefusal(m_errors, m_origin, m_board, reply.status, nullptr);
 }
 
-/* Has the board drop what it has received. The first failure is the one to be told: this one's are not. */
+/* Has the board drop what it has received. The first failure is the one to be told: this one's are not. A board that
+   does not answer is not waited for a second time. */
 void Upload::withdraw(KvInt32 reason)
 {
-    const bool hopeless = reason == ConnectionFailed;
-    const KvUInt32 time = hopeless ? hopelessMicroseconds : withdrawMicroseconds;
-    KvCErrorListPool unused;
-    m_client->setParameter(unused, KvCRpcClient::CallTimeout, time);
-    m_client->setParameter(unused, KvCRpcClient::ConnectTimeout, time);
+    bool hopeless = reason == ConnectionFailed;
     const auto ask = [&](KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments) {
-        DecodedResult reply;
-        BoardCall last{procedure, encoder, arguments, DecodedResult::routine, static_cast<KvdaResult*>(&reply)};
-        if (hopeless)
-            m_client->clntCall(unused, procedure, encoder, arguments, last.decoder, last.result);
-        else
-            callClient(unused, *m_client, last);
+        const KvUInt32 time = hopeless ? hopelessMicroseconds : withdrawMicroseconds;
+        KvCErrorListPool unused;
+        m_client->setParameter(unused, KvCRpcClient::CallTimeout, time);
+        m_client->setParameter(unused, KvCRpcClient::ConnectTimeout, time);
+        const auto once = [&] {
+            DecodedResult reply;
+            return m_client->clntCall(unused, procedure, encoder, arguments, DecodedResult::routine,
+                                      static_cast<KvdaResult*>(&reply));
+        };
+        long outcome = once();
+        if (outcome == KvCRpcClient::ConnectionLost && !hopeless)
+            outcome = once();
+        hopeless = hopeless || outcome != KvCRpcClient::Success;
     };
     KvdaPutAbort abort{m_accessId, m_transferId};
     ask(PutAbort, KvNXdr::proc<xdr_KvdaPutAbort>, &abort);

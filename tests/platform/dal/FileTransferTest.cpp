@@ -244,6 +244,63 @@ TEST_F(FileTransfer, doesNotGoBackForEver)
     EXPECT_EQ(look().callsOf(PutAbort).size(), 1u);
 }
 
+TEST_F(FileTransfer, doesNotCreepForwardForEver)
+{
+    // back to the start once, and then forward byte by byte
+    ScriptedFaults creep = {{{PutData, 3}, answer(units({7, 0, 0, 0}))}};
+    for (KvUInt32 i = 1; i < 100; ++i)
+        creep[{PutData, 3 + static_cast<int>(i)}] = answer(units({7, 0, i, 0}));
+    fresh(creep);
+    EXPECT_EQ(put(std::string(200, 'x')), -BoardOutOfOrder);
+    EXPECT_THAT(codes(errors), ElementsAre(0x200807));
+    EXPECT_EQ(look().callsOf(PutData).size(), 19u);
+    EXPECT_EQ(look().callsOf(PutAbort).size(), 1u);
+}
+
+TEST_F(FileTransfer, thatWasSetRightIsNoFailure)
+{
+    KvCErrorListPool reported;
+    reported.setError(0x300000, 1, "Files::write", nullptr);
+    const Bytes block = reported.serialize();
+    const Bytes disorder = units({7, 0, 0, static_cast<KvUInt32>(block.size())}) + block;
+    fresh({{{PutData, 2}, answer(disorder)}});
+    EXPECT_EQ(put("0123456789ABCDEF01234"), 0);
+    EXPECT_THAT(codes(errors), IsEmpty());
+    EXPECT_EQ(look().stored.at("dir/image"), "0123456789ABCDEF01234");
+    // what the board says of the one that is not borne any more is told
+    ScriptedFaults always;
+    for (int i = 2; i < 100; i += 2)
+        always[{PutData, i}] = answer(disorder);
+    fresh(always);
+    EXPECT_EQ(put("0123456789ABCDEF01234"), -BoardOutOfOrder);
+    EXPECT_THAT(codes(errors), ElementsAre(0x300000, 0x200807));
+}
+
+TEST_F(FileTransfer, whoseLastReplyWasLostAndThenRefusedLeavesNothing)
+{
+    fresh({{{PutEnd, 1}, {ScriptedFault::Kind::LoseReply, {}}}, {{PutEnd, 2}, answer(units({6, 0}))}});
+    EXPECT_EQ(put("0123456789ABCDEF01234"), -BoardNoTransfer);
+    EXPECT_EQ(look().ended, 1u);
+    EXPECT_THAT(look().stored, IsEmpty());
+    EXPECT_THAT(look().procedures(), ElementsAre(1, 5, 6, 6, 6, 7, 7, 8, 9));
+}
+
+TEST_F(FileTransfer, doesNotWaitTwiceForABoardThatFallsSilent)
+{
+    fresh({{{PutEnd, 1}, {ScriptedFault::Kind::Silence, {}}},
+           {{PutAbort, 0}, {ScriptedFault::Kind::Silence, {}}},
+           {{Delete, 0}, {ScriptedFault::Kind::Silence, {}}}});
+    std::thread canceller([&] {
+        rack.waitUntil(0, [](const ScriptedBoard& board) { return !board.files.callsOf(PutEnd).empty(); });
+        KvCRpcClient::setDefaultTimeout(100000);
+        KvCRpcClient::cancelAll();
+    });
+    EXPECT_EQ(put("0123456789ABCDEF01234"), -TransferCancelled);
+    canceller.join();
+    KvCRpcClient::setDefaultTimeout(0);
+    EXPECT_THAT(look().procedures(), ElementsAre(1, 5, 6, 6, 6, 7, 8, 9));
+}
+
 TEST_F(FileTransfer, isWithdrawnWhenTheBoardSaysThatItHasWhatItCannotHave)
 {
     const Bytes nonsense[] = {
