@@ -5,6 +5,7 @@
 #include "platform/oncrpc/KvCRpcClient.h"
 #include "tests/platform/dal/DalTest.h"
 #include "tests/platform/dal/FileTransferFixture.h"
+#include "tests/support/FailingAllocation.h"
 
 using namespace KvNDeviceAccess;
 
@@ -12,36 +13,19 @@ namespace {
 
 constexpr KvUInt32 address = ip(127, 0, 50, 40);
 
-/* Makes the n-th allocation of the library fail while it exists; those of scripted boards go on. */
-class FailingAllocation
-{
-public:
-    explicit FailingAllocation(int n) : m_left(n) { KvNAllocation::setHook(&FailingAllocation::ask, this); }
-    ~FailingAllocation() { KvNAllocation::setHook(nullptr, nullptr); }
-    bool happened() const { return m_left <= 0; }
-
-private:
-    static bool ask(void* context, std::size_t)
-    {
-        auto* self = static_cast<FailingAllocation*>(context);
-        return ScriptedRack::onRackThread() || self->m_left.fetch_sub(1) != 1;
-    }
-    std::atomic<int> m_left;
-};
-
 /* Fails the first, the second, … allocation of `operation` until none fails any more. Each time the result says what
    happened: a failure is reported, a success is one. `check` is asked after each success, `undo` after each time. */
 void failEach(const std::function<KvInt32(KvCErrorListPool&)>& operation, const std::function<void()>& check,
               const std::function<void()>& undo)
 {
-    for (int n = 1; n < 1000; ++n) {
+    for (std::size_t n = 1; n < 1000; ++n) {
         KvCErrorListPool errors;
         KvInt32 result = 0;
         bool happened = false;
         {
-            FailingAllocation failing(n);
+            const FailingAllocation failing(n);
             result = operation(errors);
-            happened = failing.happened();
+            happened = failing.hasFailed();
         }
         if (result == 0) {
             EXPECT_EQ(errors.getErrorCount(), 0u) << n;

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "platform/dal/DeviceAccessRecords.h"
+#include "tests/support/FailingAllocation.h"
 
 using namespace KvNDeviceAccess;
 using KvNRpc::ReplyWriter;
@@ -13,8 +14,6 @@ using KvNRpc::ServerCall;
 using KvNRpc::ServerTransport;
 
 namespace {
-
-thread_local bool t_onRackThread = false;
 
 template <class Record>
 void succeed(ReplyWriter& reply, KvNXdr::bool_t (*routine)(KvNXdr::XDR*, Record*), Record& record)
@@ -73,7 +72,7 @@ ScriptedRack::ScriptedRack(std::vector<ScriptedBoard> boards) : m_boards(std::mo
             for (std::size_t i = 0; i < m_boards.size(); ++i)
                 listen(static_cast<int>(i));
             m_thread = std::thread([this] {
-                t_onRackThread = true;
+                FailingAllocation::spareThisThread();
                 m_server->run();
             });
             return;
@@ -130,11 +129,6 @@ bool ScriptedRack::waitUntil(std::size_t i, const std::function<bool(const Scrip
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return false;
-}
-
-bool ScriptedRack::onRackThread()
-{
-    return t_onRackThread;
 }
 
 void ScriptedRack::call(const ServerCall& call, ReplyWriter reply)

@@ -86,9 +86,6 @@ public:
     /** Waits until the board is as `wanted` says, at most 10 s; whether it is. */
     bool waitUntil(std::size_t i, const std::function<bool(const ScriptedBoard&)>& wanted);
 
-    /** Whether this thread is a rack's. */
-    static bool onRackThread();
-
 private:
     void listen(int board);
     void call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply) override;
