@@ -175,7 +175,7 @@ public:
         whenever it fails. Lock handles stay the caller's. 0x601002: out of memory for a name or an address. @{ */
 
     /** Starts an update from a file on the board.
-        @param errors,rootHandle,address as of every operation on a board
+        @param[in] errors,rootHandle,address as of every operation on a board
         @param lockHandle of lock()
         @param file as transferFile() gave it; its path is cut to 303 characters
         @param type what the update replaces
@@ -191,7 +191,7 @@ public:
                  KvUInt64 size) const;
 
     /** How far the board's update is.
-        @param errors,rootHandle,address as of every operation on a board
+        @param[in] errors,rootHandle,address as of every operation on a board
         @param[out] state the board's states "done" and "failed" are both Finished; the errors tell which
         @param[out] type what is being updated; Invalid when the board names nothing known
         @param[out] value1 percent of the whole, as the board says it: it may be any number
@@ -202,7 +202,7 @@ public:
                       KvUInt32& value1, KvUInt32& value2) const;
 
     /** The board's four words about an update, passed on as they are.
-        @param errors,rootHandle,address as of every operation on a board
+        @param[in] errors,rootHandle,address as of every operation on a board
         @param[in,out] value1 says what is asked, and becomes the first word
         @param[out] value2,value3,value4 the other words
         Code 0x1600810. */
@@ -224,7 +224,7 @@ public:
                       void* lockHandle) const;
 
     /** Puts a local file on the board, under a name that the board chooses.
-        @param errors,rootHandle,address,lockHandle as of update()
+        @param[in] errors,rootHandle,address,lockHandle as of update()
         @param localPath where the file is on this host
         @param progress called on this thread while the file is sent, with thousandths of the file (0 to 1000) and
                `context`; must not throw, nor put another file on this board; may be null
