@@ -7,6 +7,8 @@ namespace KvNRpc {
 namespace {
 
 constexpr unsigned readsInOneGo = 8;
+/** Of one peer, until the others have had their turn: one read can hold a thousand calls. */
+constexpr unsigned recordsInOneGo = 4;
 
 bool wouldBlock(const std::error_code& error)
 {
@@ -105,6 +107,8 @@ void RpcStream::waitToRead() noexcept
 {
     if (!m_open || m_reading || m_paused)
         return;
+    if (m_stash.size() != 0)
+        return waitToGoOn();
     try {
         auto readable = [self = shared_from_this()](const std::error_code& error) {
             self->m_reading = false;
@@ -123,9 +127,28 @@ void RpcStream::waitToRead() noexcept
     }
 }
 
+/** Has the rest of what was read taken when the others have had their turn. */
+void RpcStream::waitToGoOn() noexcept
+{
+    try {
+        auto goOn = [self = shared_from_this()] {
+            self->m_reading = false;
+            if (!self->m_open || self->m_paused)
+                return;
+            self->takeStash();
+            self->waitToRead();
+        };
+        m_reading = true;
+        asio::post(m_socket.get_executor(), inSlot(m_readSlot, std::move(goOn)));
+    } catch (...) {
+        m_reading = false;
+        end(End::OutOfMemory, {});
+    }
+}
+
 bool RpcStream::readSome(unsigned reads) noexcept
 {
-    for (unsigned i = 0; i < reads && m_open && !m_paused; ++i) {
+    for (unsigned i = 0; i < reads && m_open && !m_paused && m_stash.size() == 0; ++i) {
         std::error_code error;
         const std::size_t size = m_socket.receive(asio::buffer(m_buffer.bytes), 0, error);
         if (wouldBlock(error) || error == asio::error::interrupted)
@@ -157,14 +180,16 @@ std::size_t RpcStream::feed(const unsigned char* data, std::size_t size) noexcep
 {
     using State = RecordAssembler::State;
     const unsigned char* const start = data;
+    unsigned records = 0;
     m_feeding = true;
-    while (size != 0 && m_open && !m_paused) {
+    while (size != 0 && m_open && !m_paused && records < recordsInOneGo) {
         const State state = m_assembler.feed(data, size);
         if (state == State::Begun && !onBegun(m_assembler.transactionId()))
             m_assembler.skip();
-        else if (state == State::Whole)
+        else if (state == State::Whole) {
+            ++records;
             onRecord(m_assembler.take());
-        else if (state == State::TooLong)
+        } else if (state == State::TooLong)
             end(End::TooLong, {});
         else if (state == State::EmptyFragments)
             end(End::Malformed, {});

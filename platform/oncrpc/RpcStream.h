@@ -102,7 +102,9 @@ private:
     /** Reads what is there, up to `reads` times; false when the stream has ended. */
     bool readSome(unsigned reads) noexcept;
     bool takeBytes(const unsigned char* data, std::size_t size) noexcept;
-    /** Feeds the assembler until the bytes are used up or reading is paused; returns how many were used. */
+    void waitToGoOn() noexcept;
+    /** Feeds the assembler until the bytes are used up, reading is paused, or it is the others' turn; returns how many
+        were used. */
     std::size_t feed(const unsigned char* data, std::size_t size) noexcept;
     void noRoom(RecordAssembler::State why) noexcept;
     void takeStash() noexcept;
@@ -115,7 +117,7 @@ private:
     ReadBuffer& m_buffer;
     std::shared_ptr<Outgoing> m_first;
     std::shared_ptr<Outgoing> m_last;
-    /** What had been read when reading was paused, and how much of it has been used. */
+    /** What had been read when reading was paused or the others' turn came, and how much of it has been used. */
     Bytes m_stash;
     std::size_t m_stashUsed = 0;
     bool m_feeding = false;

@@ -6,8 +6,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <future>
 #include <thread>
 
 #include "FailingAllocation.h"
@@ -194,6 +196,31 @@ TEST(RpcServer, ASilentADrippingAndAGreedyPeerHoldUpNobody)
     TestClient client(server.port());
     for (int i = 0; i < 20; ++i)
         EXPECT_EQ(client.echo("good"), KvCRpcClient::Success);
+}
+
+TEST(RpcServer, ManyCallsOfOnePeerDoNotKeepTheOthersWaiting)
+{
+    std::vector<std::uint32_t> served;  // on the loop's thread until the server has ended
+    EchoServer server({}, [&](const ServerCall& given, ReplyWriter reply) {
+        served.push_back(given.header.xid);
+        reply.success(nullptr, 0);
+    });
+    const RawClient greedy(server.port());
+    const RawClient good(server.port());
+    // All of it is there before the loop looks at any of it.
+    std::promise<void> sent;
+    server.server.post([ready = sent.get_future().share()] { ready.wait(); });
+    Bytes calls;
+    for (std::uint32_t i = 1; i <= 1000; ++i)
+        calls = std::move(calls) + record(call(i));
+    EXPECT_TRUE(greedy.send(calls));
+    EXPECT_TRUE(good.send(record(call(5000))));
+    sent.set_value();
+    EXPECT_EQ(greedy.receive(1000 * 28).size(), 1000u * 28);
+    EXPECT_EQ(good.receive(28), record(accepted(5000, 0)));
+    server.end();
+    ASSERT_EQ(served.size(), 1001u);
+    EXPECT_LT(std::find(served.begin(), served.end(), 5000) - served.begin(), 100);
 }
 
 TEST(RpcServer, EndsPeersThatTakeTooLong)
