@@ -1,6 +1,7 @@
 #include "tools/kvinv/Boards.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "inventory/ids/KvNInventoryIDs.h"
 #include "platform/dal/KvDALAp.h"
@@ -13,6 +14,7 @@ namespace {
 
 constexpr std::size_t mostAddresses = 200;
 constexpr const char* accessVariable = "KVINV_ACCESS";
+constexpr const char* portVariable = "KVDAL_PORTMAP_PORT";
 
 bool isSeparator(char c)
 {
@@ -64,6 +66,18 @@ bool systemOf(const std::string& name, const std::string& option, Selection& sel
     return false;
 }
 
+/** Whether the environment names a port at which boards can be asked, or none; told when not. */
+bool isPortSound(Console& console)
+{
+    const char* port = KvNHost::environment(portVariable);
+    KvUInt64 number = 0;
+    if (port == nullptr || *port == '\0' ||
+        (std::strpbrk(port, "xX") == nullptr && parseNumber(port, 65535, number) && number != 0))
+        return true;
+    console.problem(std::string(portVariable) + " must be a port from 1 to 65535, not " + port);
+    return false;
+}
+
 /** Owns a filter of the device access library. */
 class Filter
 {
@@ -107,6 +121,8 @@ private:
 
 bool selectionOf(const Options& options, Selection& selection, Console& console)
 {
+    if (!isPortSound(console))
+        return false;
     if (options.ip && !addressesOf(*options.ip, "--ip", selection, console))
         return false;
     if (options.subnet && !maskOf(*options.subnet, "--subnet", selection, console))
@@ -116,14 +132,17 @@ bool selectionOf(const Options& options, Selection& selection, Console& console)
 
 bool selectionOf(const std::string& text, Selection& selection, bool& isOne, Console& console)
 {
-    isOne = true;
+    isOne = false;
+    for (const char* beginning : {"ip:", "subnet:", "system:"})
+        isOne = isOne || text.compare(0, std::strlen(beginning), beginning) == 0;
+    if (isOne && !isPortSound(console))
+        return false;
     if (text.compare(0, 3, "ip:") == 0)
         return addressesOf(text.substr(3), "ip:", selection, console);
     if (text.compare(0, 7, "subnet:") == 0)
         return maskOf(text.substr(7), "subnet:", selection, console);
     if (text.compare(0, 7, "system:") == 0)
         return systemOf(text.substr(7), "system:", selection, console);
-    isOne = false;
     return true;
 }
 
@@ -192,7 +211,7 @@ bool boardAddress(const std::string& text, KvCInventoryAddress& address, Console
     if (address.getLength() > 1 && address.getFirstElement() == KvNInventoryIDs::ROOT)
         address = address.getSubAddress();
     if (address.isEmpty()) {
-        console.problem(text + " is no address (kvinv ids lists the names)");
+        console.problem((text.empty() ? "\"\"" : text) + " is no address (kvinv ids lists the names)");
         return false;
     }
     const KvUInt32 category = address.getCategoryAt(0);
@@ -213,6 +232,7 @@ bool BoardLock::adopt(const Boards& boards, KvUInt32 serial, KvUInt32 accessId)
 
 bool BoardLock::take(const Boards& boards, const KvCInventoryAddress& address)
 {
+    Interruption::expectGivingBack();
     const char* given = KvNHost::environment(accessVariable);
     if (given != nullptr && *given != '\0') {
         const std::string text = given;
@@ -227,7 +247,6 @@ bool BoardLock::take(const Boards& boards, const KvCInventoryAddress& address)
         if (serial == address.getIndexAt(0))
             return adopt(boards, static_cast<KvUInt32>(serial), static_cast<KvUInt32>(accessId));
     }
-    Interruption::expectGivingBack();
     KvCErrorListPool errors;
     const long result =
         KvCInventoryManager::getInstance().lock(errors, boards.handle(), address, KvNDeviceAccess::Modify, m_lock);

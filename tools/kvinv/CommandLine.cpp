@@ -7,13 +7,35 @@
 
 namespace {
 
-/** In front of a negative number on its way through the parser, which takes it for an option otherwise. */
-constexpr char numberMark = '\x01';
+/** In front of a word on its way through the parser that is meant as it is: the parser takes a negative number for an
+    option, [a,b] for two words, and leaves out empty ones. */
+constexpr char mark = '\x01';
 
 bool isNegativeNumber(const std::string& word)
 {
     return word.size() > 1 && word[0] == '-' &&
            ((word[1] >= '0' && word[1] <= '9') || (word[1] == '.' && word.size() > 2) || word == "-Infinity");
+}
+
+bool isCommand(const std::string& word)
+{
+    return std::any_of(commands().begin(), commands().end(), [&](const CommandRow& row) { return word == row.name; });
+}
+
+/** The word as the parser leaves it alone: commands and options as they are, the value of --option=value marked. */
+std::string marked(const std::string& word)
+{
+    if (word.compare(0, 2, "--") == 0) {
+        const std::size_t equals = word.find('=');
+        return equals == std::string::npos ? word : word.substr(0, equals + 1) + mark + word.substr(equals + 1);
+    }
+    const bool isOption = word.size() > 1 && word[0] == '-' && !isNegativeNumber(word);
+    return isOption || isCommand(word) ? word : mark + word;
+}
+
+std::string unmarked(const std::string& word)
+{
+    return !word.empty() && word[0] == mark ? word.substr(1) : word;
 }
 
 std::vector<std::string> words(std::string_view text)
@@ -31,28 +53,28 @@ std::vector<std::string> words(std::string_view text)
 void addOption(CLI::App& app, Options& options, const OptionRow& row)
 {
     if (row.flag != nullptr) {
-        app.add_flag(row.names, options.*row.flag);
+        app.add_flag(row.names, options.*row.flag)->disable_flag_override();
     } else if (row.count != nullptr) {
-        app.add_flag(row.names, options.*row.count);
+        app.add_flag(row.names, options.*row.count)->disable_flag_override();
     } else {
         const auto store = [&options, &row](const std::string& given) {
-            const std::string value = given[0] == numberMark ? given.substr(1) : given;
             if (row.text != nullptr)
-                options.*row.text = value;
+                options.*row.text = unmarked(given);
             else
-                options.*row.optionalText = value;
+                options.*row.optionalText = unmarked(given);
         };
         app.add_option_function<std::string>(row.names, store)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     }
 }
 
+/** The long names, without their dashes, of the options that may stand there. */
 std::vector<std::string> optionNames(const CommandRow* command)
 {
     std::vector<std::string> names;
     const auto add = [&](const std::vector<const OptionRow*>& rows) {
         for (const OptionRow* row : rows) {
             const std::string all = row->names;
-            names.push_back(all.substr(all.find("--")));
+            names.push_back(all.substr(all.find("--") + 2));
         }
     };
     if (command != nullptr)
@@ -61,10 +83,10 @@ std::vector<std::string> optionNames(const CommandRow* command)
     return names;
 }
 
-std::string suggestion(const std::string& word, const std::vector<std::string>& candidates)
+std::string suggestion(const std::string& word, const std::vector<std::string>& candidates, const char* dashes = "")
 {
     const std::string near = KvNText::nearest(word, candidates);
-    return near.empty() ? "" : "; did you mean " + near + "?";
+    return near.empty() ? "" : std::string("; did you mean ") + dashes + near + "?";
 }
 
 /** What is wrong with the words that found no place; empty when there are none. */
@@ -75,9 +97,11 @@ std::string leftOver(const CommandLine& line, const std::vector<std::string>& re
     const auto option = std::find_if(remaining.begin(), remaining.end(),
                                      [](const std::string& word) { return word.size() > 1 && word[0] == '-'; });
     if (option != remaining.end()) {
-        const std::string name = option->substr(0, option->find('='));
-        std::string problem = "unknown option " + name + suggestion(name, optionNames(line.command));
-        if (line.command != nullptr && line.command->most > 0 && option->compare(0, 2, "--") != 0)
+        const std::string name = option->substr(0, option->find('=', 2));
+        const std::string near = suggestion(name.substr(name.find_first_not_of('-')), optionNames(line.command), "--");
+        std::string problem = "unknown option " + name + near;
+        // An argument is missing: perhaps it is this one.
+        if (line.command != nullptr && line.options.arguments.size() < line.command->most)
             problem += "; a value that begins with - and is no number stands after --";
         return problem;
     }
@@ -85,9 +109,25 @@ std::string leftOver(const CommandLine& line, const std::vector<std::string>& re
         std::vector<std::string> names;
         for (const CommandRow& row : commands())
             names.emplace_back(row.name);
-        return "unknown command " + remaining.front() + suggestion(remaining.front(), names);
+        const std::string word = unmarked(remaining.front());
+        return "unknown command " + word + suggestion(word, names);
     }
-    return "too many arguments, from " + remaining.front() + " on";
+    return "too many arguments, from " + unmarked(remaining.front()) + " on";
+}
+
+/** What is wrong with an option that the parser stumbled over. */
+std::string misused(const std::string& complaint, const std::vector<std::string>& given)
+{
+    // The last word is an option without its value, or a flag somewhere has one.
+    const std::string name = given.empty() ? "" : given.back();
+    if (complaint.find("required") != std::string::npos)
+        return name + " needs a value";
+    for (const std::string& word : given) {
+        if (word.compare(0, 2, "--") == 0 && word.find('=') != std::string::npos &&
+            complaint.find(word.substr(2, word.find('=') - 2)) != std::string::npos)
+            return word.substr(0, word.find('=')) + " takes no value";
+    }
+    return complaint;
 }
 
 /** Checks the values of options that take certain ones only. */
@@ -121,7 +161,7 @@ std::string miscounted(CommandLine& line, bool hasDashes)
         options.arguments.insert(options.arguments.end(), options.command.begin(), options.command.end());
         options.command.clear();
     }
-    const std::string usage = std::string("; usage: kvinv ") + command.name + " [OPTION ...] " + command.arguments;
+    const std::string usage = "; usage: " + usageText(command);
     if (options.arguments.size() > command.most)
         return "too many arguments, from " + options.arguments[command.most] + " on" + usage;
     if (options.arguments.size() < command.fewest)
@@ -146,7 +186,7 @@ CommandLine parseCommandLine(int count, char** arguments)
         else if (word == "--")
             hasDashes = true;
         else
-            given.push_back(isNegativeNumber(word) ? numberMark + word : word);
+            given.push_back(marked(word));
     }
 
     CLI::App app;
@@ -168,20 +208,22 @@ CommandLine parseCommandLine(int count, char** arguments)
         command->callback([&line, &row] { line.command = &row; });
     }
     try {
-        std::reverse(given.begin(), given.end());
-        app.parse(given);
+        std::vector<std::string> reversed(given.rbegin(), given.rend());
+        app.parse(reversed);
     } catch (const CLI::ParseError& error) {
-        // The callback has not been called then; which command it was matters only for the text of the help.
-        line.problem = error.what();
+        // Nothing has been stored then; how to say what is wrong is to be known all the same.
+        options.json = std::find(given.begin(), given.end(), "--json") != given.end();
+        for (const CommandRow& row : commands()) {
+            if (app.got_subcommand(row.name))
+                line.command = &row;
+        }
+        line.problem = misused(error.what(), given);
         return line;
     }
     for (std::size_t i = 0; i < commands().size(); ++i) {
         if (line.command == &commands()[i])
-            options.arguments = positionals[i];
-    }
-    for (std::string& argument : options.arguments) {
-        if (!argument.empty() && argument[0] == numberMark)
-            argument.erase(0, 1);
+            std::transform(positionals[i].begin(), positionals[i].end(), std::back_inserter(options.arguments),
+                           unmarked);
     }
     line.problem = leftOver(line, app.remaining(true));
     if (line.problem.empty())

@@ -14,6 +14,8 @@ struct CommandLine
 
 CommandLine parseCommandLine(int count, char** arguments);
 
+/** How a command is called: "kvinv get [OPTION ...] ADDRESS". */
+std::string usageText(const CommandRow& command);
 /** The help for one command, or for the program when null. */
 std::string helpText(const CommandRow* command);
 /** The manual page, in the language of man. */

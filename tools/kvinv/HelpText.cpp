@@ -97,16 +97,10 @@ std::string optionLines(const std::vector<const OptionRow*>& rows)
     return out;
 }
 
-std::string usage(const CommandRow& command)
-{
-    std::string text = std::string("kvinv ") + command.name + " [OPTION ...]";
-    return *command.arguments != '\0' ? text + " " + command.arguments : text;
-}
-
 /** The options of a command that are its own. */
 std::string commandHelp(const CommandRow& command)
 {
-    std::string out = "usage: " + usage(command) + "\n\n" + wrapped(command.description, 0);
+    std::string out = "usage: " + usageText(command) + "\n\n" + wrapped(command.description, 0);
     if (!command.options.empty())
         out += "\noptions:\n" + optionLines(command.options);
     out += "\noptions of every command:\n" + optionLines(commonOptions());
@@ -138,6 +132,12 @@ std::string manOptions(const std::vector<const OptionRow*>& rows)
 
 }  // namespace
 
+std::string usageText(const CommandRow& command)
+{
+    std::string text = std::string("kvinv ") + command.name + " [OPTION ...]";
+    return *command.arguments != '\0' ? text + " " + command.arguments : text;
+}
+
 std::string helpText(const CommandRow* command)
 {
     return command != nullptr ? commandHelp(*command) : programHelp();
@@ -149,7 +149,7 @@ std::string manualText()
     out += KvNText::forManual(purpose) + "\n.SH SYNOPSIS\n.B kvinv\n[OPTION ...] COMMAND [OPTION ...] [ARGUMENT ...]\n";
     out += ".SH DESCRIPTION\n" + KvNText::forManual(selection) + "\n.SH COMMANDS\n";
     for (const CommandRow& command : commands()) {
-        out += ".SS " + KvNText::forManual(usage(command)) + "\n" + KvNText::forManual(command.description) + "\n" +
+        out += ".SS " + KvNText::forManual(usageText(command)) + "\n" + KvNText::forManual(command.description) + "\n" +
                manOptions(command.options);
         out += ".TP\nExample:\n.B " + KvNText::forManual(command.example) + "\n.br\n" +
                KvNText::forManual(command.exampleMeaning) + "\n";

@@ -10,7 +10,8 @@ int runRm(const Options& options, Console& console)
         return StatusUsage;
     RemoteFile::Name name;
     if (!RemoteFile::nameOf(options.arguments[1], name)) {
-        console.problem(options.arguments[1] + " is no name of a file (kvinv ls lists them)");
+        const std::string& given = options.arguments[1];
+        console.problem((given.empty() ? "\"\"" : given) + " is no name of a file (kvinv ls lists them)");
         return StatusUsage;
     }
     const Boards boards(selection, console);
