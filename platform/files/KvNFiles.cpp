@@ -125,21 +125,33 @@ bool putInPlace(const std::string& from, const std::string& to)
 
 #endif
 
-/** The file that a path stands for in the end: links followed, so that a rename replaces the file and not the link. */
+/** The file that a path stands for in the end, there or not: links followed, so that a rename replaces the file and not
+    the link. Links that lead nowhere else for ever stay where they are. */
 std::string behindLinks(const std::string& path)
 {
+    constexpr int mostLinks = 40;
     std::error_code error;
-    if (!std::filesystem::is_symlink(path, error))
-        return path;
-    const std::filesystem::path target = std::filesystem::weakly_canonical(path, error);
-    return error ? path : target.string();
+    std::filesystem::path target = path;
+    for (int i = 0; i < mostLinks && std::filesystem::is_symlink(target, error); ++i) {
+        const std::filesystem::path next = std::filesystem::read_symlink(target, error);
+        if (error)
+            return path;
+        target = target.parent_path() / next;
+    }
+    return target.string();
+}
+
+/** How problems name a file. */
+std::string shownName(const std::string& path)
+{
+    return path.empty() ? "\"\"" : path;
 }
 
 }  // namespace
 
 bool NewFile::fail(const std::string& path)
 {
-    m_problem = path + ": " + reason();
+    m_problem = shownName(path) + ": " + reason();
     return false;
 }
 
@@ -172,6 +184,10 @@ bool NewFile::open(const std::string& path)
     m_path = behindLinks(path);
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(m_path, error);
+    if (status.type() == std::filesystem::file_type::none) {
+        errno = error.value();
+        return fail(path);
+    }
     if (std::filesystem::is_directory(status)) {
         errno = EISDIR;
         return fail(path);
@@ -253,7 +269,7 @@ Reader::~Reader()
 
 bool Reader::open(const std::string& path)
 {
-    m_path = path == "-" ? "standard input" : path;
+    m_path = path == "-" ? "standard input" : shownName(path);
     m_file = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
     if (m_file == nullptr)
         m_problem = m_path + ": " + reason();

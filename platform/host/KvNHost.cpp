@@ -57,7 +57,7 @@ unsigned terminalColumns(std::FILE* stream)
     return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left) + 1;
 }
 
-void survivePipes() {}
+void surviveFailedWrites() {}
 
 void onInterrupt(void (*function)(int signal))
 {
@@ -164,9 +164,10 @@ unsigned terminalColumns(std::FILE* stream)
     return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : usualColumns;
 }
 
-void survivePipes()
+void surviveFailedWrites()
 {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 void onInterrupt(void (*function)(int signal))
@@ -199,6 +200,7 @@ Ending run(const std::vector<std::string>& command, const std::vector<std::pair<
     sigset_t restored;
     sigemptyset(&restored);
     sigaddset(&restored, SIGPIPE);
+    sigaddset(&restored, SIGXFSZ);
     posix_spawnattr_setsigdefault(&attributes, &restored);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;

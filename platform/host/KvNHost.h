@@ -19,8 +19,9 @@ unsigned terminalColumns(std::FILE* stream);
 /** The value of an environment variable; null when there is none. */
 const char* environment(const char* name);
 
-/** Lets writing to a pipe that nobody reads fail with an error instead of ending the process. */
-void survivePipes();
+/** Lets writing to a pipe that nobody reads, and beyond the limit of a file's size, fail with an error instead of
+   ending the process. */
+void surviveFailedWrites();
 
 /** Whether the last failed write to a stream failed because nobody reads it any more (ask at once, errno is used). */
 bool wasBrokenPipe();

@@ -96,7 +96,7 @@ bool Console::check()
     return false;
 }
 
-int Console::finish(int status)
+int Console::finish(int status, int trouble)
 {
     if (!m_gone && std::fflush(stdout) != 0) {
         m_gone = true;
@@ -106,7 +106,7 @@ int Console::finish(int status)
     if (m_outputProblem.empty())
         return status;
     problem("standard output: " + m_outputProblem);
-    return status == StatusDone ? static_cast<int>(StatusFailed) : status;
+    return status == StatusDone || status < trouble ? trouble : status;
 }
 
 void Console::problem(std::string_view text)

@@ -40,8 +40,9 @@ public:
     bool isLeft() const { return m_gone; }
     /** To be called after something else has written to standard output. */
     bool check();
-    /** The result is complete: `status`, or StatusFailed (told) when it could not be written. */
-    int finish(int status);
+    /** The result is complete: `status`, or, told, when it could not be written and nothing else has failed, `trouble`.
+     */
+    int finish(int status, int trouble);
 
     /** What the program itself has to say: `kvinv: TEXT`. */
     void problem(std::string_view text);

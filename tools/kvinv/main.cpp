@@ -58,7 +58,7 @@ int answer(const CommandLine& line, Console& console)
 
 int main(int count, char** arguments)
 {
-    KvNHost::survivePipes();
+    KvNHost::surviveFailedWrites();
     // For the build: what is made of the tables of commands and options.
     constexpr struct
     {
@@ -71,10 +71,11 @@ int main(int count, char** arguments)
         if (count != 2 || std::string_view(arguments[1]) != document.option)
             continue;
         const std::string text = document.text();
-        return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() ? StatusDone : StatusFailed;
+        const bool isWritten = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+        return isWritten && std::fflush(stdout) == 0 ? StatusDone : StatusFailed;
     }
     const CommandLine line = parseCommandLine(count, arguments);
     Console console(line.options);
     const int status = Interruption::status(answer(line, console), console);
-    return console.finish(status);
+    return console.finish(status, troubleStatus(line));
 }

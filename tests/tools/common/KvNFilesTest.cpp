@@ -85,6 +85,28 @@ TEST_F(Files, AreReplacedBehindALink)
     EXPECT_EQ(content(path("a")), "new");
 }
 
+TEST_F(Files, AreMadeWhereALinkLeads)
+{
+    fs::create_directory(path("folder"));
+    fs::create_symlink("folder/second", path("first"));
+    fs::create_symlink("../a", path("folder/second"));
+    std::string problem;
+    ASSERT_TRUE(KvNFiles::writeFile(path("first"), "new", 3, problem)) << problem;
+    EXPECT_TRUE(fs::is_symlink(path("first")));
+    EXPECT_TRUE(fs::is_symlink(path("folder/second")));
+    EXPECT_EQ(content(path("a")), "new");
+}
+
+TEST_F(Files, ALinkThatLeadsNowhereStays)
+{
+    fs::create_symlink("loop", path("loop"));
+    std::string problem;
+    EXPECT_FALSE(KvNFiles::writeFile(path("loop"), "new", 3, problem));
+    EXPECT_EQ(problem, path("loop") + ": Too many levels of symbolic links");
+    EXPECT_TRUE(fs::is_symlink(path("loop")));
+    EXPECT_EQ(count(), 1U);
+}
+
 TEST_F(Files, SayWhyTheyCannotBeMade)
 {
     std::string problem;

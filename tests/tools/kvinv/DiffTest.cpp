@@ -125,6 +125,16 @@ TEST_F(Diff, EndsWithTwoInTrouble)
     }
 }
 
+TEST_F(Diff, EndsWithTwoWhenItsResultCannotBeWritten)
+{
+    if (!std::filesystem::exists("/dev/full"))
+        GTEST_SKIP() << "there is no /dev/full here";
+    Circumstances full;
+    full.output = "/dev/full";
+    EXPECT_EQ(kvinv({"diff", sample("rack.inv"), sample("single-board.inv")}, full).status, 2);
+    EXPECT_EQ(kvinv({"diff", "--json", sample("rack.inv"), sample("rack.inv")}, full).status, 2);
+}
+
 TEST_F(Diff, HasColoursWhenTheyAreWanted)
 {
     putTree("a", "\"id\": \"ROOT\", \"items\": [{\"id\": \"CPU\"}]");

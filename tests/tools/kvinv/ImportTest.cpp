@@ -118,6 +118,19 @@ TEST_F(Import, IsNotKeptFromItsWorkByALinkOrADevice)
     EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
 }
 
+TEST_F(Import, LeavesNothingBehindWhenItsFileMustNotBeSoLarge)
+{
+    put("old.inv", "old");
+    const std::string limited = "ulimit -f 8; exec " KVINV_PROGRAM " import " + sample("rack.json") + " -o ";
+    for (const char* name : {"old.inv", "new.inv"}) {
+        const Ended ended = Running("/bin/sh", {"-c", limited + path(name)}).wait();
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_EQ(ended.err, "kvinv: " + path(name) + ": File too large\n");
+    }
+    EXPECT_EQ(content(path("old.inv")), "old");
+    EXPECT_EQ(names(), Names{"old.inv"});
+}
+
 TEST_F(Import, LeavesNothingBehindWhenInterrupted)
 {
     ASSERT_EQ(mkfifo(path("tree.json").c_str(), 0600), 0);
