@@ -6,6 +6,7 @@
 
 #include "platform/files/KvNFiles.h"
 #include "platform/oncrpc/KvCRpcClient.h"
+#include "tools/common/JsonEvents.h"
 #include "tools/kvinv/Interruption.h"
 #include "tools/kvinv/TreeFile.h"
 
@@ -21,6 +22,20 @@ struct Share
     Progress& progress;
     unsigned thousandths;
 };
+
+/** The name as wide characters, whatever the locale; false when it is none on this host. */
+bool wideName(const std::string& path, std::wstring& wide)
+{
+    if constexpr (sizeof(wchar_t) == sizeof(char32_t)) {
+        if (!KvNJson::isUtf8(path))
+            return false;
+        const std::u32string characters = std::filesystem::path(path).u32string();
+        wide.assign(characters.begin(), characters.end());
+    } else {
+        wide = std::filesystem::path(path).wstring();
+    }
+    return true;
+}
 
 void advance(unsigned int thousandths, void* context)
 {
@@ -69,9 +84,12 @@ bool find(const std::string& path, Local& file, Console& console)
         console.problem(TreeFile::shownName(path) + ": only a regular file can be put on a board");
         return false;
     }
+    if (!wideName(path, file.wide)) {
+        console.problem(path + ": a file with a name that is not UTF-8 cannot be put on a board");
+        return false;
+    }
     try {
         file.path = path;
-        file.wide = std::filesystem::path(path).wstring();
         file.size = std::filesystem::file_size(path);
     } catch (const std::filesystem::filesystem_error& failure) {
         console.problem(path + ": " + failure.code().message());

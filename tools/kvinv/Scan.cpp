@@ -1,6 +1,7 @@
 #include "tools/kvinv/Scan.h"
 
 #include "tools/kvinv/Commands.h"
+#include "tools/kvinv/Interruption.h"
 #include "tools/kvinv/TreeFile.h"
 
 std::unique_ptr<KvCInventoryItem> scanBoards(const Selection& selection, bool& complete, Console& console)
@@ -37,7 +38,8 @@ int runScan(const Options& options, Console& console)
         return StatusUsage;
     bool complete = false;
     const std::unique_ptr<KvCInventoryItem> tree = scanBoards(selection, complete, console);
-    if (tree == nullptr)
+    // What an interruption has left of the boards is not what was asked for.
+    if (tree == nullptr || Interruption::happened())
         return StatusFailed;
     if (options.output && !TreeFile::writeSection(*options.output, false, *tree, console))
         return StatusFailed;

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "tests/tools/kvinv/BoardService.h"
 
@@ -37,7 +38,8 @@ protected:
     }
     std::unique_ptr<Running> start(std::vector<std::string> arguments, bool errorsOnTerminal = false) const
     {
-        arguments.insert(arguments.end(), {"--ip", ip});
+        if (std::find(arguments.begin(), arguments.end(), "--") == arguments.end())
+            arguments.insert(arguments.end(), {"--ip", ip});
         Circumstances circumstances = with({}, portMapperPort);
         circumstances.errorsOnTerminal = errorsOnTerminal;
         return std::make_unique<Running>(KVINV_PROGRAM, arguments, circumstances);
@@ -359,6 +361,33 @@ TEST_F(Changing, ASecondInterruptionLeavesTheUpdateToTheBoardWithoutALock)
     const std::string name = ended.err.substr(begin, ended.err.find(" deletes the image there") - begin);
     EXPECT_EQ(run({"rm", "HCN[4711]", name}).status, 0) << name;
     expectNothingLeft();
+}
+
+TEST_F(Changing, ASecondInterruptionInsideALockDoesTheSame)
+{
+    service.reset();
+    begin("3");
+    const std::string told = path("told");
+    const std::string update =
+        "exec " KVINV_PROGRAM " update --ip " + ip + " " + item + " " + sample("firmware-image.bin") + " 2> " + told;
+    const std::unique_ptr<Running> running = start({"lock", "HCN[4711]", "--ip", ip, "--", "sh", "-c", update});
+    for (const char* text : {"kvinv: the board is programming\n", "another interruption"}) {
+        for (int i = 0; i < 1000 && content(told).find(text) == std::string::npos; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        running->signal(SIGINT);
+    }
+    EXPECT_EQ(running->wait().status, 130);
+    EXPECT_NE(content(told).find("kvinv: warning: the update is left to the board;"), std::string::npos);
+    EXPECT_EQ(run({"locks", "--json"}).out, "[]\n");
+}
+
+TEST_F(Changing, AFileMayHaveAnyNameInUtf8)
+{
+    put("gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80", "content");
+    EXPECT_EQ(run({"put", item, path("gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80")}).err, "");
+    put("\xff", "content");
+    EXPECT_EQ(run({"put", item, path("\xff")}).err,
+              "kvinv: " + path("\\xff") + ": a file with a name that is not UTF-8 cannot be put on a board\n");
 }
 
 TEST_F(Changing, PutShowsABarOnATerminal)

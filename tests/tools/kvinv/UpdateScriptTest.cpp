@@ -1,13 +1,18 @@
 #include <csignal>
 #include <thread>
 
+#include "tests/tools/kvinv/BoardService.h"
 #include "tests/tools/kvinv/ScriptedUpdate.h"
 
-/* Updates by the command against a board that does what a test says, however wrong that is. */
+/* The command, above all its updates, against a board that does what a test says, however wrong that is. */
 
 using namespace ScriptedUpdate;
 
 namespace {
+
+/** Real boards beside a scripted one. */
+class BesideAScriptedBoard : public BoardServiceTest
+{};
 
 /** The percentages that a bar has shown. */
 std::vector<int> percentages(const std::string& text)
@@ -302,6 +307,27 @@ TEST_F(UpdateOfAScriptedBoard, AThirdInterruptionEndsTheCommandAtOnce)
     const Ended ended = process.wait();
     EXPECT_TRUE(ended.status == 128 + SIGINT || ended.status == 128 + SIGTERM) << ended.status;
     EXPECT_EQ(ended.err.find("0x1600821"), std::string::npos) << "it has waited for the lock: " << ended.err;
+}
+
+TEST_F(BesideAScriptedBoard, AnInterruptedScanLeavesTheFileAsItWas)
+{
+    constexpr KvUInt32 scan = 1;
+    ScriptedBoards scripted;
+    ScriptedBoards::Board& silent = scripted.add(4799);
+    silent.stall(scan);
+    scripted.start();
+    const std::string port = std::getenv("KVDAL_PORTMAP_PORT");
+    const std::unique_ptr<Running> service = startService({}, port);
+    ASSERT_NE(service, nullptr) << "the service does not start";
+    put("x.inv", "old");
+    Running process(KVINV_PROGRAM,
+                    {"scan", "--ip", "127.0.70.1," + ScriptedBoards::quad(silent.address), "-o", path("x.inv")});
+    ASSERT_TRUE(silent.waitForCalls(ScriptedBoards::InventoryProgram, scan, 1));
+    // The other one has answered by now.
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    process.signal(SIGINT);
+    EXPECT_EQ(process.wait().status, 130);
+    EXPECT_EQ(content(path("x.inv")), "old");
 }
 
 TEST_F(UpdateOfAScriptedBoard, TheFilesOnABoardAreListedAsTheyAre)
