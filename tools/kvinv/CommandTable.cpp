@@ -84,9 +84,14 @@ const char* firmwareTypes()
     return names.c_str();
 }
 
-const OptionRow firmwareType =
-    value("--type", "TYPE", firmwareTypes(),
-          "what the image replaces, when the last element of ADDRESS does not say it", &Options::firmwareType);
+const char* firmwareTypeHelp()
+{
+    static const std::string text =
+        std::string("what the image replaces, when the last element of ADDRESS does not say it: ") + firmwareTypes();
+    return text.c_str();
+}
+
+const OptionRow firmwareType = value("--type", "TYPE", firmwareTypes(), firmwareTypeHelp(), &Options::firmwareType);
 const OptionRow kind =
     value("--kind", "N", nullptr, "the kind of update by a number that the board knows, decimal or 0x hexadecimal",
           &Options::kind);
@@ -207,7 +212,7 @@ const std::vector<CommandRow>& commands()
          "read one parameter",
          "Prints the value of one parameter, on a terminal with its unit; with --json the whole parameter. ADDRESS "
          "begins with the board: HCN[serial number].",
-         "kvinv get HCN[4711]/FIRMWARE/VERSION",
+         "kvinv get 'HCN[4711]/FIRMWARE/VERSION'",
          "the version of a board's firmware",
          1,
          1,
@@ -223,7 +228,7 @@ const std::vector<CommandRow>& commands()
          "-, "
          "another value that does stands after --. With KVINV_ACCESS=SERIAL:ID in the environment (see lock) that lock "
          "is used.",
-         "kvinv set HCN[4711]/UNITNAME 'Unit 12'",
+         "kvinv set 'HCN[4711]/UNITNAME' 'Unit 12'",
          "the board's unit has a new name",
          2,
          2,
@@ -235,7 +240,7 @@ const std::vector<CommandRow>& commands()
          "put a file on a board",
          "Locks the board that ADDRESS names, transfers the local file to it under a name that the board chooses, "
          "prints that name and unlocks. An interrupted transfer leaves nothing on the board.",
-         "kvinv put HCN[4711] firmware.bin",
+         "kvinv put 'HCN[4711]' firmware.bin",
          "the name of the file on the board, for example transfer/6838cc88390474ec",
          2,
          2,
@@ -248,7 +253,7 @@ const std::vector<CommandRow>& commands()
          "Prints the files that were put on the board that ADDRESS names, with size in bytes and time (UTC) of the "
          "last "
          "change, and the room that is left on it.",
-         "kvinv ls HCN[4711]",
+         "kvinv ls 'HCN[4711]'",
          "the files on the board",
          1,
          1,
@@ -259,7 +264,7 @@ const std::vector<CommandRow>& commands()
          "ADDRESS REMOTE",
          "delete a file on a board",
          "Locks the board that ADDRESS names, deletes the file that put or ls called REMOTE, and unlocks.",
-         "kvinv rm HCN[4711] transfer/6838cc88390474ec",
+         "kvinv rm 'HCN[4711]' transfer/6838cc88390474ec",
          "the file is gone from the board",
          2,
          2,
@@ -275,7 +280,7 @@ const std::vector<CommandRow>& commands()
          "board's errors, deletes the image from the board and unlocks. An interruption ends the transfer; once the "
          "board is programming it is not interrupted: a second interruption leaves it to itself. With --json the "
          "result is one object.",
-         "kvinv update HCN[4711]/FIRMWARE firmware.bin",
+         "kvinv update 'HCN[4711]/FIRMWARE' firmware.bin",
          "the board runs the firmware that the image holds",
          2,
          2,
@@ -287,7 +292,7 @@ const std::vector<CommandRow>& commands()
          "run a command while a board is locked",
          "Locks the board that ADDRESS names, runs COMMAND, unlocks, and ends with COMMAND's exit status. COMMAND has "
          "KVINV_ACCESS=SERIAL:ID in its environment; kvinv commands in it use that lock.",
-         "kvinv lock HCN[4711] -- sh change.sh",
+         "kvinv lock 'HCN[4711]' -- sh change.sh",
          "nobody else changes the board while change.sh runs",
          1,
          1,

@@ -12,6 +12,7 @@
 #include "tools/common/Text.h"
 #include "tools/kvinv/Options.h"
 #include "tools/kvinv/Progress.h"
+#include "tools/kvinv/Trace.h"
 
 namespace {
 
@@ -44,6 +45,7 @@ Console::Console(const Options& options)
     : m_json(options.json),
       m_quiet(options.quiet),
       m_verbose(options.verbose > 0),
+      m_traced(isTraced(options)),
       m_outputIsTerminal(KvNHost::isTerminal(stdout)),
       m_outputColor(wantsColor(options, stdout)),
       m_errorColor(wantsColor(options, stderr))
@@ -162,7 +164,7 @@ bool Console::showsProgress() const
 {
     const char* terminal = KvNHost::environment("TERM");
     const bool isDumb = terminal != nullptr && std::string_view(terminal) == "dumb";
-    return !m_quiet && !isDumb && KvNHost::isTerminal(stderr);
+    return !m_quiet && !m_traced && !isDumb && KvNHost::isTerminal(stderr);
 }
 
 void Console::tell(const std::string& line)

@@ -56,8 +56,8 @@ public:
     void change(std::string_view text);
     /** The bar that has to give way to messages; null for none. It is the caller's. */
     void setProgress(Progress* progress) { m_progress = progress; }
-    /** Whether a bar is shown (not with -q, and only on a terminal that can write on a line again), and whether with
-        colours. */
+    /** Whether a bar is shown (not with -q or -vv, and only on a terminal that can write on a line again), and whether
+       with colours. */
     bool showsProgress() const;
     bool errorsHaveColor() const { return m_errorColor; }
 
@@ -87,6 +87,7 @@ private:
     bool m_json;
     bool m_quiet;
     bool m_verbose;
+    bool m_traced;  // lines of calls come from several threads: no bar can give way to them
     bool m_outputIsTerminal;
     bool m_outputColor = false;
     bool m_errorColor = false;

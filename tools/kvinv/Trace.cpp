@@ -50,9 +50,14 @@ void tell(void*, const KvCRpcClient::TracedCall& call)
 
 }  // namespace
 
-void traceCalls(const Options& options)
+bool isTraced(const Options& options)
 {
     const char* wanted = KvNHost::environment("KVINV_TRACE");
-    if (options.verbose > 1 || (wanted != nullptr && std::string_view(wanted) == "1"))
+    return options.verbose > 1 || (wanted != nullptr && std::string_view(wanted) == "1");
+}
+
+void traceCalls(const Options& options)
+{
+    if (isTraced(options))
         KvCRpcClient::setTrace(tell, nullptr);
 }

@@ -78,6 +78,16 @@ TEST_F(UpdateOfAScriptedBoard, ATerminalThatCannotWriteOnALineAgainGetsLines)
     EXPECT_NE(ended.err.find("kvinv: the board is programming\r\n"), std::string::npos) << ended.err;
 }
 
+TEST_F(UpdateOfAScriptedBoard, CallsThatAreToldHaveALineEach)
+{
+    Circumstances terminal;
+    terminal.errorsOnTerminal = true;
+    const Ended ended = update({"-vv"}, terminal);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_NE(ended.err.find("ms\r\nkvinv: the board has verified the image\r\n"), std::string::npos) << ended.err;
+    EXPECT_EQ(ended.err.find('\x1b'), std::string::npos) << ended.err;
+}
+
 TEST_F(UpdateOfAScriptedBoard, ABarThatIsNotWantedIsNotShown)
 {
     Circumstances terminal;
