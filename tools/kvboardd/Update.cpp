@@ -116,18 +116,35 @@ bool Update::begin(KvCErrorListPool& errors, Time now, Order order, const Opener
 /** Remembers `record`, or the former one still. */
 bool Update::replaceRecord(KvCErrorListPool& errors, const UpdateRecord& record)
 {
-    if (m_target.remember(errors, record))
+    if (m_target.remember(errors, record)) {
+        m_isStoredOtherwise = false;
         return true;
+    }
     // What is stored may be the new one all the same, when its folder could not be synced.
-    KvCErrorListPool ignored;
-    m_target.remember(ignored, m_record);
+    m_isStoredOtherwise = true;
+    rememberAgain();
     return false;
+}
+
+/** Stores what is known, which could not be done before; when it still cannot, the next time comes. */
+void Update::rememberAgain() noexcept
+{
+    if (!m_isStoredOtherwise)
+        return;
+    try {
+        KvCErrorListPool ignored;
+        m_isStoredOtherwise = !m_target.remember(ignored, m_record);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
 }
 
 Milliseconds Update::advance(Time now) noexcept
 {
-    if (m_state != State::Running)
+    if (m_state != State::Running) {
+        rememberAgain();
         return Milliseconds(0);
+    }
     const auto elapsed = std::chrono::duration_cast<Milliseconds>(now - m_begun);
     if (elapsed < m_length) {
         simulate(elapsed);
@@ -187,14 +204,15 @@ void Update::fail() noexcept
 void Update::rememberFailure() noexcept
 {
     try {
-        KvCErrorListPool ignored;
         m_record.errors = m_errors.serialize();
-        m_record.state = UpdateRecord::State::Failed;
-        if (!m_record.errors.empty())
-            m_target.remember(ignored, m_record);
     } catch (const std::bad_alloc&) {
         return;
     }
+    if (m_record.errors.empty())
+        return;
+    m_record.state = UpdateRecord::State::Failed;
+    m_isStoredOtherwise = true;
+    rememberAgain();
 }
 
 bool Update::finish(KvCErrorListPool& errors)

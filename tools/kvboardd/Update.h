@@ -101,7 +101,7 @@ public:
     bool begin(KvCErrorListPool& errors, Time now, Order order, const Opener& open);
 
     /** Goes on with a running update, for a few milliseconds at most; gives back when to come again, 0 when it is not
-        running any more. */
+        running any more. Otherwise makes up for a record that could not be stored. */
     Milliseconds advance(Time now) noexcept;
 
     /** Closes a finished update and forgets its errors; without an update nothing happens. False, and reported, while
@@ -124,6 +124,7 @@ private:
     void conclude();
     void fail() noexcept;
     void rememberFailure() noexcept;
+    void rememberAgain() noexcept;
     void reach(KvUInt32 percent, Step step) noexcept;
     void forget() noexcept;
 
@@ -133,6 +134,7 @@ private:
     UpdateRecord m_record;
     KvCInventoryAddress m_address;
     Time m_begun;
+    bool m_isStoredOtherwise = false;  ///< another record than m_record may be stored, for the disk's sake
     KvUInt32 m_percent = 0;
     Step m_step = Step::None;
     std::unique_ptr<Image> m_image;

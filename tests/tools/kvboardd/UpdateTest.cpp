@@ -40,8 +40,10 @@ public:
     }
     bool remember(KvCErrorListPool& errors, const UpdateRecord& record) override
     {
-        if (failRemember == record.state) {
-            if (storesAllTheSame)
+        const bool isNext = failNext > 0 && failRemember != record.state;
+        failNext -= isNext;
+        if (failRemember == record.state || isNext) {
+            if (storesAllTheSame && !isNext)
                 stored = record;
             KV_REPORT(errors, BoardCannotStore, "FakeTarget", "the disk is full");
             return false;
@@ -70,6 +72,7 @@ public:
     std::optional<Remembered> failRemember;
     std::optional<Remembered> throwAt;
     bool storesAllTheSame = false;  ///< what fails to be remembered
+    int failNext = 0;               ///< so many others fail too
     bool failSetVersion = false;
     bool failRecall = false;
 
@@ -357,6 +360,30 @@ TEST_F(UpdateTest, WhatWasNotStoredForCertainIsTakenBack)
     complete();
     m_target.failRemember = Remembered::Idle;
     EXPECT_FALSE(m_update.finish(m_errors));
+    EXPECT_EQ(m_target.stored.state, Remembered::Failed);
+    EXPECT_EQ(codes(restarted()->errors()), (Codes{0x302010, 0x302011}));
+}
+
+TEST_F(UpdateTest, WhatCouldNotBeStoredIsStoredWhenTheDiskIsWellAgain)
+{
+    m_target.storesAllTheSame = true;
+    m_target.failRemember = Remembered::Running;
+    m_target.failNext = 1;  // the taking back, too
+    EXPECT_FALSE(begin(goodImage(5)));
+    EXPECT_EQ(m_target.stored.state, Remembered::Running);
+    EXPECT_EQ(m_update.advance(m_now), Update::Milliseconds(0));
+    EXPECT_EQ(m_target.stored.state, Remembered::Idle) << "no update that never began";
+    m_target.failRemember.reset();
+    m_target.did.clear();
+    EXPECT_EQ(m_update.advance(m_now), Update::Milliseconds(0));
+    EXPECT_EQ(m_target.did, Did{}) << "it is stored";
+    ASSERT_TRUE(begin(goodImage(5, 1)));
+    m_target.storesAllTheSame = false;
+    m_target.failRemember = Remembered::Failed;
+    complete();
+    EXPECT_EQ(m_target.stored.state, Remembered::Running);
+    m_target.failRemember.reset();
+    EXPECT_EQ(m_update.advance(m_now), Update::Milliseconds(0));
     EXPECT_EQ(m_target.stored.state, Remembered::Failed);
     EXPECT_EQ(codes(restarted()->errors()), (Codes{0x302010, 0x302011}));
 }
