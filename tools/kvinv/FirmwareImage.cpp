@@ -139,6 +139,7 @@ Content read(const std::string& path, Type type, const KvCInventoryAddress& item
     KvCInventoryData::extractInventoryTreeFromFile(errors, path.c_str(), extracted);
     const std::unique_ptr<KvCInventoryItem> tree(extracted);
     console.report(errors);
+    content.isBroken = tree == nullptr && errors.getErrorCount() > 0;
     if (tree == nullptr)
         return content;
     content.hasSection = true;

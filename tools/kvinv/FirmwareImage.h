@@ -24,8 +24,9 @@ std::string itemNames(Type type);
 /** What the section of an image says. */
 struct Content
 {
-    bool hasSection = false;
-    bool hasItem = false;  ///< one that fits the type
+    bool hasSection = false;  ///< one that can be read
+    bool isBroken = false;    ///< there is one that cannot
+    bool hasItem = false;     ///< one that fits the type
     std::optional<KvCVersion> version;
 };
 /** Of several items that fit the type the one with the ID of `item` counts, else the first. Errors of the section are

@@ -27,6 +27,8 @@ std::string text(const std::optional<KvCVersion>& version, const char* none)
 /** Why the image is not to be tried; empty when it is. */
 std::string refusal(const Plan& plan)
 {
+    if (plan.image.isBroken)
+        return "the inventory section in " + plan.file.path + " cannot be read";
     if (!plan.image.hasSection)
         return "no inventory section in " + plan.file.path;
     if (!plan.image.hasItem)

@@ -222,6 +222,8 @@ TEST_F(Changing, AnImageThatDoesNotFitIsRefusedBeforeAnythingIsChanged)
     put("plain.bin", std::string(3000, 'x'));
     const std::vector<std::pair<std::string, std::string>> rows = {
         {path("plain.bin"), "no inventory section in " + path("plain.bin")},
+        {sample("broken/unit-101.inv"),
+         "the inventory section in " + sample("broken/unit-101.inv") + " cannot be read"},
         {sample("single-board.inv"),
          "version 3.1.2b4p7 of " + sample("single-board.inv") + " is not newer than 3.1.2b4p7 of " + item}};
     for (const auto& [file, why] : rows) {
