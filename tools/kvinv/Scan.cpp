@@ -36,6 +36,10 @@ int runScan(const Options& options, Console& console)
     TreeFile::Form form;
     if (!selectionOf(options, selection, console) || !TreeFile::formOf(options, form, console))
         return StatusUsage;
+    if (options.output == "-" && (options.format || options.json)) {
+        console.problem("-o - and --format or --json cannot both have standard output");
+        return StatusUsage;
+    }
     bool complete = false;
     const std::unique_ptr<KvCInventoryItem> tree = scanBoards(selection, complete, console);
     // What an interruption has left of the boards is not what was asked for.

@@ -110,6 +110,13 @@ TEST(CommandLine, SaysWhichOptionNeedsAValueAndWhichTakesNone)
               "show --help says more)\"}\n");
 }
 
+TEST(CommandLine, StandardOutputIsForOneResult)
+{
+    EXPECT_EQ(problemOf({"scan", "--ip", "127.0.0.1", "-o", "-", "--format", "csv"}),
+              "kvinv: -o - and --format or --json cannot both have standard output\n");
+    EXPECT_EQ(kvinv({"scan", "--ip", "127.0.0.1", "-o", "-", "--json"}).status, 2);
+}
+
 TEST(CommandLine, RefusesAPortThatIsNone)
 {
     for (const char* port : {"0", "65536", "-1", "0x2a", "x"}) {

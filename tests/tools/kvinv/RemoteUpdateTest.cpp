@@ -147,7 +147,7 @@ TEST_F(Changing, WhatCannotBeReadIsToldBeforeAnythingIsSent)
         EXPECT_EQ(input.err, "kvinv: standard input: only a regular file can be put on a board\n");
     }
     EXPECT_EQ(run({"rm", "HCN[4711]", "folder/"}).status, 2);
-    EXPECT_EQ(run({"rm", "HCN[4711]", ""}).err, "kvinv:  is no name of a file (kvinv ls lists them)\n");
+    EXPECT_EQ(run({"rm", "HCN[4711]", ""}).err, "kvinv: \"\" is no name of a file (kvinv ls lists them)\n");
 }
 
 TEST_F(Changing, ALockedBoardIsLeftAlone)
