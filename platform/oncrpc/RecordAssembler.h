@@ -74,12 +74,16 @@ public:
     Record take() noexcept;
     /** Drops the rest of the record that has Begun. */
     void skip() noexcept;
+    /** Drops what there is; no more comes. */
+    void clear() noexcept { reset(); }
 
     /** Whether bytes of a record have come, its headers' included. */
     bool inRecord() const noexcept { return m_headerBytes != 0 || m_fragmentsBegun; }
     /** Whether the transaction id is known, and it. */
     bool hasTransactionId() const noexcept { return m_received >= 4; }
     KvUInt32 transactionId() const noexcept { return m_transactionId; }
+    /** Bytes of the budget that the record in progress has. */
+    std::size_t heldBytes() const noexcept { return m_record.m_capacity; }
 
 private:
     State takeHeader(const unsigned char*& data, std::size_t& size) noexcept;

@@ -177,6 +177,11 @@ void RpcServer::protect(KvUInt64 connection, bool on) noexcept
         place->isProtected = on;
 }
 
+bool RpcServer::isOpen(KvUInt64 connection) const noexcept
+{
+    return m_core != nullptr && m_core->find(connection) != nullptr;
+}
+
 void RpcServer::close(KvUInt64 connection) noexcept
 {
     if (ServerConnection* place = m_core != nullptr ? m_core->find(connection) : nullptr)

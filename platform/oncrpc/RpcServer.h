@@ -28,7 +28,8 @@ struct ServerLimits
     KvUInt32 recordTime = 10000;
     KvUInt32 outputTime = 10000;
     KvUInt32 idleTime = 300000;
-    /** Requests and answers held in memory, all together. A connection that needs more is closed. */
+    /** Requests and answers held in memory, all together. When there is no more, the connection that holds the most of
+        it, and is not protected, is closed; that may be the one that needs it. */
     std::size_t totalBytes = 64u << 20;
 };
 
@@ -155,8 +156,11 @@ public:
     /** Forgets a timer that has not run yet. */
     void cancelTimer(KvUInt64 timer) noexcept;
 
-    /** Whether a connection must not make place for a new one (its peer holds a lock). On the loop's thread. */
+    /** Whether a connection must not make place for a new one, or room for others (its peer holds a lock). On the
+        loop's thread. */
     void protect(KvUInt64 connection, bool on) noexcept;
+    /** Whether a connection has not ended. On the loop's thread. */
+    bool isOpen(KvUInt64 connection) const noexcept;
     /** Ends a connection after its answers are drained. On the loop's thread. */
     void close(KvUInt64 connection) noexcept;
     /** Connections open now, and bytes of requests and answers held. On the loop's thread. */

@@ -6,8 +6,8 @@ namespace KvNRpc {
 
 namespace {
 
-constexpr unsigned readsInOneGo = 8;
-/** Of one peer, until the others have had their turn: one read can hold a thousand calls. */
+/** What is taken from one peer until the others have had their turn: one read can hold a thousand calls. */
+constexpr unsigned readsInOneGo = 2;
 constexpr unsigned recordsInOneGo = 4;
 
 bool wouldBlock(const std::error_code& error)
@@ -193,7 +193,7 @@ std::size_t RpcStream::feed(const unsigned char* data, std::size_t size) noexcep
             end(End::TooLong, {});
         else if (state == State::EmptyFragments)
             end(End::Malformed, {});
-        else if (state == State::OutOfBudget || state == State::OutOfMemory)
+        else if (state == State::OutOfMemory || (state == State::OutOfBudget && !makeRoom()))
             noRoom(state);
     }
     m_feeding = false;
@@ -231,6 +231,14 @@ void RpcStream::send(std::shared_ptr<Outgoing> message) noexcept
     m_last = std::move(message);
     if (m_connected && !m_writing)
         writeSome();
+}
+
+std::size_t RpcStream::outputBytes() const noexcept
+{
+    std::size_t bytes = 0;
+    for (const Outgoing* item = m_first.get(); item != nullptr; item = item->next.get())
+        bytes += item->bytes.size();
+    return bytes;
 }
 
 bool RpcStream::unsend(const Outgoing& message) noexcept

@@ -75,6 +75,8 @@ public:
     bool peerHasClosed() noexcept;
     const RecordAssembler& incoming() const noexcept { return m_assembler; }
     bool hasOutput() const noexcept { return m_first != nullptr; }
+    /** Bytes of records that are not sent whole. */
+    std::size_t outputBytes() const noexcept;
     TcpSocket& socket() noexcept { return m_socket; }
 
 protected:
@@ -86,6 +88,8 @@ protected:
     /** The transaction id of the record that has begun; false drops the record. */
     virtual bool onBegun(KvUInt32 /*transactionId*/) noexcept { return true; }
     virtual void onRecord(Record record) noexcept = 0;
+    /** The budget has no room for the record in progress: true when some has been made, and it is tried again. */
+    virtual bool makeRoom() noexcept { return false; }
     /** There is no room for the record in progress, whose transaction id is known: true drops it, false ends the
         stream. */
     virtual bool onNoRoom(KvUInt32 /*transactionId*/, End /*why*/) noexcept { return false; }

@@ -36,6 +36,11 @@ void ServerConnection::onRecord(Record record) noexcept
         drop("a record that is no call");
 }
 
+bool ServerConnection::makeRoom() noexcept
+{
+    return m_core.makeRoomFor(*this);
+}
+
 void ServerConnection::answer(std::shared_ptr<Outgoing> message) noexcept
 {
     lastActivity = Clock::now();
@@ -83,6 +88,8 @@ void ServerConnection::drop(const char* why) noexcept
         return;
     const std::shared_ptr<RpcStream> self = shared_from_this();
     close();
+    // Now, not when the last operation in progress has ended: someone may be waiting for the room.
+    m_assembler.clear();
     m_core.gone(*this, why);
 }
 

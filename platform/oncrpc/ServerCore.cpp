@@ -326,13 +326,30 @@ void ServerCore::answer(const ReplyWriter& writer, const ReplyHeader& header, co
         auto message = std::allocate_shared<Outgoing>(KvNAllocation::Allocator<Outgoing>());
         if (!encodeReply(header, results, bytes, message->bytes))
             return found->drop("no memory for its answer");
-        if (!budget.take(message->bytes.size()))
-            return found->drop("no room for its answer");
+        while (!budget.take(message->bytes.size()))
+            if (!makeRoomFor(*found))
+                return found->drop("no room for its answer");
         message->budget = &budget;
         found->answer(std::move(message));
     } catch (...) {
         found->drop("no memory for its answer");
     }
+}
+
+bool ServerCore::makeRoomFor(const ServerConnection& wanting) noexcept
+{
+    std::shared_ptr<ServerConnection> largest;
+    std::size_t most = wanting.isProtected ? 0 : wanting.heldBytes();
+    for (const auto& [number, connection] : m_connections) {
+        const std::size_t held = connection->heldBytes();
+        if (connection->isProtected || held <= most)
+            continue;
+        most = held;
+        largest = connection;
+    }
+    if (largest != nullptr)
+        largest->drop("it makes room for others: it held the most");
+    return largest != nullptr;
 }
 
 void ServerCore::settle(const ReplyWriter& writer) noexcept

@@ -28,6 +28,8 @@ public:
     /** Whether it may make place for a new one. */
     bool canYield() const noexcept;
     bool isBusy() const noexcept { return m_calls != 0 || hasOutput(); }
+    /** Bytes of the server's memory for requests and answers that it has. */
+    std::size_t heldBytes() const noexcept { return incoming().heldBytes() + outputBytes(); }
 
     const int board;
     const KvUInt64 number;
@@ -41,6 +43,7 @@ public:
 private:
     void onBytes() noexcept override;
     void onRecord(Record record) noexcept override;
+    bool makeRoom() noexcept override;
     void onSent(Outgoing& message, bool whole) noexcept override;
     void onEnded(End why, const std::error_code& error) noexcept override;
     void callDone() noexcept;
@@ -84,6 +87,10 @@ public:
                const asio::ip::udp::endpoint* sender) noexcept;
     void answer(const ReplyWriter& writer, const ReplyHeader& header, const void* results, std::size_t bytes) noexcept;
     void settle(const ReplyWriter& writer) noexcept;
+    /** Ends the connection that holds the most memory of those that are not protected and hold more than `wanting`,
+        or, if that is protected, anything; whether there was one. So who wants little is served whatever others want.
+     */
+    bool makeRoomFor(const ServerConnection& wanting) noexcept;
     /** A connection has ended. */
     void gone(ServerConnection& connection, const char* why) noexcept;
     void note(int board, KvUInt32 peerAddress, const char* what) noexcept;

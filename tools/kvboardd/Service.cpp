@@ -307,7 +307,8 @@ void Service::send(const KvNRpc::ServerCall& call, Answer answer, KvNRpc::ReplyW
 
 void Service::send(int board, KvUInt64 connection, Answer answer, KvNRpc::ReplyWriter reply)
 {
-    if (answer.accessId != 0 && connection != 0) {
+    // An answer that comes later may find its connection gone, whose end will not be told again.
+    if (answer.accessId != 0 && m_server.isOpen(connection)) {
         m_protected.insert_or_assign(connection, Protection{board, answer.accessId});
         m_server.protect(connection, true);
     }

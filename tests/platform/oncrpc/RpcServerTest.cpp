@@ -284,7 +284,7 @@ TEST(RpcServer, RequestsAndAnswersTogetherStayWithinTheTotal)
     }
     while (server.closedConnections < 5)
         std::this_thread::sleep_for(5ms);
-    server.awaitNote("no room for its request");
+    server.awaitNote("it makes room for others: it held the most");
     clients.clear();
     while (server.closedConnections < 8)
         std::this_thread::sleep_for(5ms);
@@ -297,6 +297,55 @@ TEST(RpcServer, RequestsAndAnswersTogetherStayWithinTheTotal)
     while (!asked)
         std::this_thread::sleep_for(1ms);
     EXPECT_EQ(held, 0u);
+}
+
+TEST(RpcServer, WhoWantsLittleIsServedWhenOthersHoldAllTheMemory)
+{
+    EchoServer server({.connectionsPerSource = 64, .totalBytes = 20000},
+                      [](const ServerCall&, ReplyWriter reply) { reply.success(nullptr, 0); });
+    const auto half = [](std::size_t bytes) { return units({0x80000000u | 18000, 5}) + Bytes(bytes, 1); };
+    std::vector<std::unique_ptr<RawClient>> greedy;
+    const auto send = [&](std::size_t bytes) {
+        greedy.push_back(std::make_unique<RawClient>(server.port()));
+        greedy.back()->send(half(bytes));
+    };
+    const RawClient good(server.port());
+    for (std::uint32_t i = 0; i < 20; ++i) {
+        send(4000 + 200 * i);
+        EXPECT_TRUE(good.send(record(call(i))));
+        EXPECT_EQ(good.receive(28), record(accepted(i, 0)));
+    }
+    server.awaitNote("it makes room for others: it held the most");
+}
+
+TEST(RpcServer, AProtectedConnectionHasItsMemoryBeforeOthers)
+{
+    EchoServer server({.totalBytes = 20000}, [&](const ServerCall& given, ReplyWriter reply) {
+        server.server.protect(given.connection, true);
+        reply.success(nullptr, 0);
+    });
+    const RawClient holder(server.port());
+    holder.send(record(call(1)));
+    EXPECT_EQ(holder.receive(28), record(accepted(1, 0)));
+    const RawClient before(server.port());
+    before.send(units({0x80000000u | 18000, 5}) + Bytes(15000, 1));
+    const auto heldBytes = [&] {
+        std::promise<std::size_t> held;
+        server.server.post([&] { held.set_value(server.server.heldBytes()); });
+        return held.get_future().get();
+    };
+    while (heldBytes() < 15000)
+        std::this_thread::sleep_for(1ms);
+    const Bytes large = record(call(2, 1, Bytes(16000, 1)));
+    holder.send(Bytes(large.begin(), large.end() - 1));
+    EXPECT_TRUE(before.isClosed());
+    server.awaitNote("it makes room for others: it held the most");
+    const RawClient after(server.port());
+    after.send(units({0x80000000u | 18000, 5}) + Bytes(15000, 1));
+    EXPECT_TRUE(after.isClosed());
+    server.awaitNote("no room for its request");
+    holder.send(Bytes(1, 1));
+    EXPECT_EQ(holder.receive(28), record(accepted(2, 0)));
 }
 
 TEST(RpcServer, TheLongestIdleConnectionMakesPlaceForANewOneUnlessItIsProtected)
