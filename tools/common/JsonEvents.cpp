@@ -1,5 +1,6 @@
 #include "tools/common/JsonEvents.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -146,9 +147,9 @@ std::size_t sequenceLength(std::string_view bytes)
 void appendEscaped(std::string& out, unsigned code)
 {
     constexpr char digits[] = "0123456789abcdef";
-    out += "\\u00";
-    out += digits[code >> 4 & 15];
-    out += digits[code & 15];
+    out += "\\u";
+    for (unsigned shift = 16; shift > 0;)
+        out += digits[code >> (shift -= 4) & 15];
 }
 
 template <class T>
@@ -177,6 +178,26 @@ bool parse(Source& source, Handler& handler)
     return nlohmann::json::sax_parse(ByteIterator(source), ByteIterator(), &adapter);
 }
 
+bool isDangerous(unsigned code)
+{
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x200E || code == 0x200F || code == 0x061C ||
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) || code == 0xFEFF;
+}
+
+std::pair<unsigned, std::size_t> firstCharacter(std::string_view text)
+{
+    const auto first = static_cast<unsigned char>(text.front());
+    const std::size_t length = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (length > text.size() || !isUtf8(text.substr(0, length)))
+        return {first, 0};
+    if (length == 1)
+        return {first, 1};
+    unsigned code = first & (0x7FU >> length);
+    for (std::size_t i = 1; i < length; ++i)
+        code = code << 6 | (static_cast<unsigned char>(text[i]) & 0x3FU);
+    return {code, length};
+}
+
 void appendString(std::string& out, std::string_view bytes)
 {
     out += '"';
@@ -203,18 +224,15 @@ void appendString(std::string& out, std::string_view bytes)
             case '\t':
                 out += "\\t";
                 break;
-            case 0xC2:
-                // U+0080 to U+009F are control characters to a terminal, like those below U+0020.
-                if (i + 1 < bytes.size() && static_cast<unsigned char>(bytes[i + 1]) < 0xA0)
-                    appendEscaped(out, static_cast<unsigned char>(bytes[++i]));
+            default: {
+                const auto [code, length] = firstCharacter(bytes.substr(i));
+                const std::size_t taken = std::max<std::size_t>(length, 1);
+                if (isDangerous(code))
+                    appendEscaped(out, code);
                 else
-                    out += bytes[i];
-                break;
-            default:
-                if (byte < 0x20 || byte == 0x7F)
-                    appendEscaped(out, byte);
-                else
-                    out += bytes[i];
+                    out += bytes.substr(i, taken);
+                i += taken - 1;
+            }
         }
     }
     out += '"';

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 /**
  * Reading JSON as a sequence of events: nothing is held but the token being read, and nothing recurses, so that depth
@@ -78,7 +79,12 @@ public:
     no event stopped it. Throws std::bad_alloc when memory is out. */
 bool parse(Source& source, Handler& handler);
 
-/** Appends `bytes`, which are valid UTF-8, as a JSON string with its quotes. */
+/** Whether the character steers a terminal or the direction of writing. */
+bool isDangerous(unsigned code);
+/** Takes the character at the start of `text`, which is not empty: its code, and how many bytes it has (0: no UTF-8).
+ */
+std::pair<unsigned, std::size_t> firstCharacter(std::string_view text);
+/** Appends `bytes`, which are valid UTF-8, as a JSON string with its quotes; dangerous characters are escaped. */
 void appendString(std::string& out, std::string_view bytes);
 /** Appends a text as docs/formats.md says: a JSON string, or {"base64": "..."} when its bytes are not valid UTF-8. */
 void appendText(std::string& out, std::string_view bytes);

@@ -1,7 +1,6 @@
 #include "tools/common/Text.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "tools/common/JsonEvents.h"
 
@@ -13,28 +12,6 @@ void appendHex(std::string& out, unsigned value, unsigned digits)
 {
     for (unsigned i = digits; i-- > 0;)
         out += "0123456789abcdef"[value >> (4 * i) & 15];
-}
-
-/** Whether the character steers a terminal or the order of writing. */
-bool isDangerous(unsigned code)
-{
-    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x200E || code == 0x200F || code == 0x061C ||
-           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069) || code == 0xFEFF;
-}
-
-/** Takes the character at the start of `text`: its code, and how many bytes it has (0: no UTF-8). */
-std::pair<unsigned, std::size_t> firstCharacter(std::string_view text)
-{
-    const auto first = static_cast<unsigned char>(text.front());
-    const std::size_t length = first < 0x80 ? 1 : first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    if (length > text.size() || !KvNJson::isUtf8(text.substr(0, length)))
-        return {first, 0};
-    if (length == 1)
-        return {first, 1};
-    unsigned code = first & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; ++i)
-        code = code << 6 | (static_cast<unsigned char>(text[i]) & 0x3FU);
-    return {code, length};
 }
 
 void appendEscape(std::string& out, unsigned code, bool isByte)
@@ -85,9 +62,9 @@ std::string escaped(std::string_view text, bool keepLines)
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {
-        const auto [code, length] = firstCharacter(text);
+        const auto [code, length] = KvNJson::firstCharacter(text);
         const bool keep = keepLines && (code == '\n' || code == '\t');
-        if (length == 0 || (isDangerous(code) && !keep))
+        if (length == 0 || (KvNJson::isDangerous(code) && !keep))
             appendEscape(out, code, length == 0);
         else
             out += text.substr(0, length);

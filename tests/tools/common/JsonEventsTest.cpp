@@ -138,6 +138,8 @@ TEST(JsonTexts, EscapeWhatJsonAndTerminalsCannotTake)
     EXPECT_EQ(inJson("\"\\\b\f\n\r\t"), R"("\"\\\b\f\n\r\t")");
     EXPECT_EQ(inJson("\x01\x1f\x7f\xC2\x9B"), R"("\u0001\u001f\u007f\u009b")");
     EXPECT_EQ(inJson("\xC3\xA4\xC2\xA0\xE2\x82\xAC"), "\"\xC3\xA4\xC2\xA0\xE2\x82\xAC\"");
+    EXPECT_EQ(inJson("a\xE2\x80\xAE\xE2\x81\xA6\xD8\x9C\xEF\xBB\xBF\xF0\x9F\x98\x80"),
+              "\"a\\u202e\\u2066\\u061c\\ufeff\xF0\x9F\x98\x80\"");
 }
 
 TEST(JsonTexts, AreBase64WhenTheyAreNoUtf8)
