@@ -84,6 +84,8 @@ public:
     KvUInt32 transactionId() const noexcept { return m_transactionId; }
     /** Bytes of the budget that the record in progress has. */
     std::size_t heldBytes() const noexcept { return m_record.m_capacity; }
+    /** Bytes that it has as far as its last header says. */
+    std::size_t claimedBytes() const noexcept { return m_record.m_size + m_fragmentLeft; }
 
 private:
     State takeHeader(const unsigned char*& data, std::size_t& size) noexcept;

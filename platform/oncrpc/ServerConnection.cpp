@@ -38,7 +38,7 @@ void ServerConnection::onRecord(Record record) noexcept
 
 bool ServerConnection::makeRoom() noexcept
 {
-    return m_core.makeRoomFor(*this);
+    return m_core.makeRoomFor(*this, incoming().claimedBytes() + outputBytes());
 }
 
 void ServerConnection::answer(std::shared_ptr<Outgoing> message) noexcept

@@ -327,7 +327,7 @@ void ServerCore::answer(const ReplyWriter& writer, const ReplyHeader& header, co
         if (!encodeReply(header, results, bytes, message->bytes))
             return found->drop("no memory for its answer");
         while (!budget.take(message->bytes.size()))
-            if (!makeRoomFor(*found))
+            if (!makeRoomFor(*found, found->heldBytes() + message->bytes.size()))
                 return found->drop("no room for its answer");
         message->budget = &budget;
         found->answer(std::move(message));
@@ -336,10 +336,10 @@ void ServerCore::answer(const ReplyWriter& writer, const ReplyHeader& header, co
     }
 }
 
-bool ServerCore::makeRoomFor(const ServerConnection& wanting) noexcept
+bool ServerCore::makeRoomFor(const ServerConnection& wanting, std::size_t bytes) noexcept
 {
     std::shared_ptr<ServerConnection> largest;
-    std::size_t most = wanting.isProtected ? 0 : wanting.heldBytes();
+    std::size_t most = wanting.isProtected ? 0 : bytes;
     for (const auto& [number, connection] : m_connections) {
         const std::size_t held = connection->heldBytes();
         if (connection->isProtected || held <= most)

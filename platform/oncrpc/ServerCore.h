@@ -87,10 +87,11 @@ public:
                const asio::ip::udp::endpoint* sender) noexcept;
     void answer(const ReplyWriter& writer, const ReplyHeader& header, const void* results, std::size_t bytes) noexcept;
     void settle(const ReplyWriter& writer) noexcept;
-    /** Ends the connection that holds the most memory of those that are not protected and hold more than `wanting`,
-        or, if that is protected, anything; whether there was one. So who wants little is served whatever others want.
+    /** Ends the connection that holds the most memory of those that are not protected and hold more than the
+        `bytes` that `wanting` is to have, or, if that is protected, anything; whether there was one. So who wants
+       little is served whatever others want.
      */
-    bool makeRoomFor(const ServerConnection& wanting) noexcept;
+    bool makeRoomFor(const ServerConnection& wanting, std::size_t bytes) noexcept;
     /** A connection has ended. */
     void gone(ServerConnection& connection, const char* why) noexcept;
     void note(int board, KvUInt32 peerAddress, const char* what) noexcept;
