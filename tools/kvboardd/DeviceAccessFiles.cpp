@@ -1,7 +1,10 @@
+#include <cstring>
 #include <memory>
+#include <span>
 #include <utility>
 #include <vector>
 
+#include "base/BigEndian.h"
 #include "base/Report.h"
 #include "tools/kvboardd/DeviceAccessRecords.h"
 #include "tools/kvboardd/DeviceAccessService.h"
@@ -149,6 +152,18 @@ KvdaStatus refusalOf(const Authority& authority)
     return authority.outcome == LockTable::Outcome::Granted ? KVDA_BAD_ACCESS : statusOf(authority.outcome);
 }
 
+/** The file name of a record whose texts begin behind its access id; "", which no file has, when a zero byte in one of
+    them would hide what stands behind it. `arguments` have been decoded. */
+template <class Named>
+const char* fileNameOf(std::span<const unsigned char> arguments, const Named& record)
+{
+    const auto lengthAt = [&](std::size_t place) { return KvNBigEndian::load<KvUInt32>(arguments.data() + place); };
+    const std::size_t directoryLength = lengthAt(4);
+    const bool isWhole = std::strlen(record.directory) == directoryLength &&
+                         std::strlen(record.fileName) == lengthAt(8 + (directoryLength + 3) / 4 * 4);
+    return isWhole ? record.fileName : "";
+}
+
 Answer marked(Answer answer, const Authority& authority, KvUInt32 accessId)
 {
     answer.accessId = authority.outcome == LockTable::Outcome::Granted ? accessId : 0;
@@ -179,10 +194,11 @@ Answer DeviceAccessService::putBegin(const Call& call)
     if (!authority.mayModify)
         return marked(transferAnswer(refusalOf(authority), 0, errors), authority, arguments->accessId);
     Asked asked;
-    asked.name = remoteName(arguments->directory, arguments->fileName);
+    const char* const fileName = fileNameOf(call.arguments, *arguments);
+    asked.name = remoteName(arguments->directory, fileName);
     asked.limit = m_files.limits().files;
     const Transfers::Result result =
-        m_transfers.begin(arguments->accessId, arguments->directory, arguments->fileName, arguments->size);
+        m_transfers.begin(arguments->accessId, arguments->directory, fileName, arguments->size);
     report(errors, result, asked, "DeviceAccessService::putBegin");
     if (result.outcome == Files::Outcome::Done)
         logFile("is being put", asked.name, call.peer);
@@ -267,10 +283,11 @@ Answer DeviceAccessService::deleteFile(const Call& call)
     if (!authority.mayModify)
         return marked(plainAnswer(refusalOf(authority), errors), authority, arguments->accessId);
     Asked asked;
-    asked.name = remoteName(arguments->directory, arguments->fileName);
+    const char* const fileName = fileNameOf(call.arguments, *arguments);
+    asked.name = remoteName(arguments->directory, fileName);
     Transfers::Result result;
     std::shared_ptr<KvNService::ReadFile> deleted;
-    result.outcome = m_files.remove(arguments->directory, arguments->fileName, result.problem, &deleted);
+    result.outcome = m_files.remove(arguments->directory, fileName, result.problem, &deleted);
     m_transfers.close(std::move(deleted));
     report(errors, result, asked, "DeviceAccessService::deleteFile");
     if (result.outcome == Files::Outcome::Done)

@@ -221,6 +221,23 @@ TEST_F(DeviceAccessFilesTest, NamesThatWereNotHandedOutAreRefused)
     EXPECT_EQ(m_folder.read("outside"), "secret");
 }
 
+TEST_F(DeviceAccessFilesTest, AGoodNameWithAZeroByteBehindItIsAnotherName)
+{
+    const KvUInt32 id = lock(2);
+    putAll(id, "content");
+    for (const char* behind : {"", "x", "../x"}) {
+        const std::string directory = std::string("transfer") + '\0' + behind;
+        const std::string fileName = std::string(nameOne) + '\0' + behind;
+        EXPECT_EQ(begin(id, 1, "transfer", fileName), 0u);
+        EXPECT_EQ(m_status, BadName);
+        EXPECT_EQ(begin(id, 1, directory, nameOne), 0u);
+        EXPECT_EQ(m_status, BadName);
+        EXPECT_EQ(remove(id, "transfer", fileName), BadName);
+        EXPECT_EQ(remove(id, directory, nameOne), BadName);
+    }
+    EXPECT_EQ(m_folder.read(nameOne), "content");
+}
+
 TEST_F(DeviceAccessFilesTest, RefusedNamesAreShownEscaped)
 {
     const KvUInt32 id = lock(2);
