@@ -164,18 +164,38 @@ const char* fileNameOf(std::span<const unsigned char> arguments, const Named& re
     return isWhole ? record.fileName : "";
 }
 
-Answer marked(Answer answer, const Authority& authority, KvUInt32 accessId)
-{
-    answer.accessId = authority.outcome == LockTable::Outcome::Granted ? accessId : 0;
-    answer.slow = authority.slow;
-    return answer;
-}
-
 }  // namespace
 
-Authority DeviceAccessService::authorityOf(KvCErrorListPool& errors, const Call& call, KvUInt32 accessId)
+/** Who calls, and what that says of the answer. */
+struct DeviceAccessService::Caller
 {
-    return checkModify(errors, call, accessId, m_locks, m_clock(), m_board.serialNumber());
+    Answer answered(Answer answer) const
+    {
+        answer.accessId = authority.outcome == LockTable::Outcome::Granted ? accessId : 0;
+        answer.slow = authority.slow;
+        return answer;
+    }
+
+    Authority authority;
+    KvUInt32 accessId = 0;
+};
+
+/**
+ * A procedure that changes files, and so needs the access id of a lock of level 2: `serve(errors, arguments, caller)`
+ * does it and answers, `refuse(status, errors)` answers a caller without that lock.
+ */
+template <class Arguments, bool_t (*routine)(XDR*, Arguments*), class Refuse, class Serve>
+Answer DeviceAccessService::withLock(const Call& call, const Refuse& refuse, const Serve& serve)
+{
+    Record<Arguments, routine> arguments;
+    if (!arguments.decode(call.arguments))
+        return Answer::of(Answer::Kind::GarbageArguments);
+    KvCErrorListPool errors;
+    const KvUInt32 accessId = arguments->accessId;
+    const Caller caller{checkModify(errors, call, accessId, m_locks, m_clock(), m_board.serialNumber()), accessId};
+    if (!caller.authority.mayModify)
+        return caller.answered(refuse(refusalOf(caller.authority), errors));
+    return serve(errors, *arguments, caller);
 }
 
 void DeviceAccessService::logFile(const char* what, const std::string& name, KvUInt32 peer) const
@@ -186,113 +206,97 @@ void DeviceAccessService::logFile(const char* what, const std::string& name, KvU
 
 Answer DeviceAccessService::putBegin(const Call& call)
 {
-    Record<KvdaPutBegin, xdr_KvdaPutBegin> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    KvCErrorListPool errors;
-    const Authority authority = authorityOf(errors, call, arguments->accessId);
-    if (!authority.mayModify)
-        return marked(transferAnswer(refusalOf(authority), 0, errors), authority, arguments->accessId);
-    Asked asked;
-    const char* const fileName = fileNameOf(call.arguments, *arguments);
-    asked.name = remoteName(arguments->directory, fileName);
-    asked.limit = m_files.limits().files;
-    const Transfers::Result result =
-        m_transfers.begin(arguments->accessId, arguments->directory, fileName, arguments->size);
-    report(errors, result, asked, "DeviceAccessService::putBegin");
-    if (result.outcome == Files::Outcome::Done)
-        logFile("is being put", asked.name, call.peer);
-    return marked(transferAnswer(statusOf(result.outcome), result.transferId, errors), authority, arguments->accessId);
+    const auto refuse = [](KvdaStatus status, const KvCErrorListPool& errors) {
+        return transferAnswer(status, 0, errors);
+    };
+    return withLock<KvdaPutBegin, xdr_KvdaPutBegin>(
+        call, refuse, [&](KvCErrorListPool& errors, const KvdaPutBegin& arguments, const Caller& caller) {
+            const char* const fileName = fileNameOf(call.arguments, arguments);
+            Asked asked;
+            asked.name = remoteName(arguments.directory, fileName);
+            asked.limit = m_files.limits().files;
+            const Transfers::Result result =
+                m_transfers.begin(caller.accessId, arguments.directory, fileName, arguments.size);
+            report(errors, result, asked, "DeviceAccessService::putBegin");
+            if (result.outcome == Files::Outcome::Done)
+                logFile("is being put", asked.name, call.peer);
+            return caller.answered(transferAnswer(statusOf(result.outcome), result.transferId, errors));
+        });
 }
 
 Answer DeviceAccessService::putData(const Call& call)
 {
-    Record<KvdaPutData, xdr_KvdaPutData> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    const KvUInt32 accessId = arguments->accessId;
-    KvCErrorListPool errors;
-    const Authority authority = authorityOf(errors, call, accessId);
-    if (!authority.mayModify)
-        return marked(receivedAnswer(refusalOf(authority), 0, errors), authority, accessId);
-    const auto* start = reinterpret_cast<const unsigned char*>(arguments->data.data_val);
-    Asked asked;
-    asked.offset = arguments->offset;
-    asked.bytes = arguments->data.data_len;
-    asked.limit = m_transfers.limits().chunkBytes;
-    const auto later = std::make_shared<Later>();
-    m_transfers.put(accessId, arguments->transferId, asked.offset, {start, asked.bytes},
-                    [later, asked, authority, accessId](const Transfers::Result& result) {
-                        KvCErrorListPool reasons;
-                        report(reasons, result, asked, "DeviceAccessService::putData");
-                        later->give(marked(receivedAnswer(statusOf(result.outcome), result.received, reasons),
-                                           authority, accessId));
-                    });
-    return nowOrLater(later);
+    const auto refuse = [](KvdaStatus status, const KvCErrorListPool& errors) {
+        return receivedAnswer(status, 0, errors);
+    };
+    return withLock<KvdaPutData, xdr_KvdaPutData>(
+        call, refuse, [&](KvCErrorListPool&, const KvdaPutData& arguments, const Caller& caller) {
+            const auto* start = reinterpret_cast<const unsigned char*>(arguments.data.data_val);
+            Asked asked;
+            asked.offset = arguments.offset;
+            asked.bytes = arguments.data.data_len;
+            asked.limit = m_transfers.limits().chunkBytes;
+            const auto later = std::make_shared<Later>();
+            m_transfers.put(
+                caller.accessId, arguments.transferId, asked.offset, {start, asked.bytes},
+                [later, asked, caller](const Transfers::Result& result) {
+                    KvCErrorListPool reasons;
+                    report(reasons, result, asked, "DeviceAccessService::putData");
+                    later->give(caller.answered(receivedAnswer(statusOf(result.outcome), result.received, reasons)));
+                });
+            return nowOrLater(later);
+        });
 }
 
 Answer DeviceAccessService::putEnd(const Call& call)
 {
-    Record<KvdaPutEnd, xdr_KvdaPutEnd> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    const KvUInt32 accessId = arguments->accessId;
-    KvCErrorListPool errors;
-    const Authority authority = authorityOf(errors, call, accessId);
-    if (!authority.mayModify)
-        return marked(plainAnswer(refusalOf(authority), errors), authority, accessId);
-    Asked asked;
-    asked.name = m_transfers.name();
-    asked.crc32 = arguments->crc32;
-    const auto later = std::make_shared<Later>();
-    m_transfers.end(accessId, arguments->transferId, asked.crc32,
-                    [this, later, asked, authority, accessId, peer = call.peer](const Transfers::Result& result) {
-                        KvCErrorListPool reasons;
-                        report(reasons, result, asked, "DeviceAccessService::putEnd");
-                        logFile(result.outcome == Files::Outcome::Done ? "put" : "not put", asked.name, peer);
-                        later->give(marked(plainAnswer(statusOf(result.outcome), reasons), authority, accessId));
-                    });
-    return nowOrLater(later);
+    return withLock<KvdaPutEnd, xdr_KvdaPutEnd>(
+        call, plainAnswer, [&](KvCErrorListPool&, const KvdaPutEnd& arguments, const Caller& caller) {
+            Asked asked;
+            asked.name = m_transfers.name();
+            asked.crc32 = arguments.crc32;
+            const auto later = std::make_shared<Later>();
+            m_transfers.end(caller.accessId, arguments.transferId, asked.crc32,
+                            [this, later, asked, caller, peer = call.peer](const Transfers::Result& result) {
+                                KvCErrorListPool reasons;
+                                report(reasons, result, asked, "DeviceAccessService::putEnd");
+                                logFile(result.outcome == Files::Outcome::Done ? "put" : "not put", asked.name, peer);
+                                later->give(caller.answered(plainAnswer(statusOf(result.outcome), reasons)));
+                            });
+            return nowOrLater(later);
+        });
 }
 
 Answer DeviceAccessService::putAbort(const Call& call)
 {
-    Record<KvdaPutAbort, xdr_KvdaPutAbort> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    KvCErrorListPool errors;
-    const Authority authority = authorityOf(errors, call, arguments->accessId);
-    if (!authority.mayModify)
-        return marked(plainAnswer(refusalOf(authority), errors), authority, arguments->accessId);
-    Asked asked;
-    asked.name = m_transfers.name();
-    const Transfers::Result result = m_transfers.abort(arguments->accessId, arguments->transferId);
-    report(errors, result, asked, "DeviceAccessService::putAbort");
-    if (result.outcome == Files::Outcome::Done)
-        logFile("given up", asked.name, call.peer);
-    return marked(plainAnswer(statusOf(result.outcome), errors), authority, arguments->accessId);
+    return withLock<KvdaPutAbort, xdr_KvdaPutAbort>(
+        call, plainAnswer, [&](KvCErrorListPool& errors, const KvdaPutAbort& arguments, const Caller& caller) {
+            Asked asked;
+            asked.name = m_transfers.name();
+            const Transfers::Result result = m_transfers.abort(caller.accessId, arguments.transferId);
+            report(errors, result, asked, "DeviceAccessService::putAbort");
+            if (result.outcome == Files::Outcome::Done)
+                logFile("given up", asked.name, call.peer);
+            return caller.answered(plainAnswer(statusOf(result.outcome), errors));
+        });
 }
 
 Answer DeviceAccessService::deleteFile(const Call& call)
 {
-    Record<KvdaFileName, xdr_KvdaFileName> arguments;
-    if (!arguments.decode(call.arguments))
-        return Answer::of(Answer::Kind::GarbageArguments);
-    KvCErrorListPool errors;
-    const Authority authority = authorityOf(errors, call, arguments->accessId);
-    if (!authority.mayModify)
-        return marked(plainAnswer(refusalOf(authority), errors), authority, arguments->accessId);
-    Asked asked;
-    const char* const fileName = fileNameOf(call.arguments, *arguments);
-    asked.name = remoteName(arguments->directory, fileName);
-    Transfers::Result result;
-    std::shared_ptr<KvNService::ReadFile> deleted;
-    result.outcome = m_files.remove(arguments->directory, fileName, result.problem, &deleted);
-    m_transfers.close(std::move(deleted));
-    report(errors, result, asked, "DeviceAccessService::deleteFile");
-    if (result.outcome == Files::Outcome::Done)
-        logFile("deleted", asked.name, call.peer);
-    return marked(plainAnswer(statusOf(result.outcome), errors), authority, arguments->accessId);
+    return withLock<KvdaFileName, xdr_KvdaFileName>(
+        call, plainAnswer, [&](KvCErrorListPool& errors, const KvdaFileName& arguments, const Caller& caller) {
+            const char* const fileName = fileNameOf(call.arguments, arguments);
+            Asked asked;
+            asked.name = remoteName(arguments.directory, fileName);
+            Transfers::Result result;
+            std::shared_ptr<KvNService::ReadFile> deleted;
+            result.outcome = m_files.remove(arguments.directory, fileName, result.problem, &deleted);
+            m_transfers.close(std::move(deleted));
+            report(errors, result, asked, "DeviceAccessService::deleteFile");
+            if (result.outcome == Files::Outcome::Done)
+                logFile("deleted", asked.name, call.peer);
+            return caller.answered(plainAnswer(statusOf(result.outcome), errors));
+        });
 }
 
 Answer DeviceAccessService::listFiles(const Call& call)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <rpc/rpc.h>
+
 #include <string>
 
 #include "tools/kvboardd/Access.h"
@@ -51,7 +53,9 @@ private:
     Answer putAbort(const Call& call);
     Answer deleteFile(const Call& call);
     Answer listFiles(const Call& call);
-    Authority authorityOf(KvCErrorListPool& errors, const Call& call, KvUInt32 accessId);
+    struct Caller;
+    template <class Arguments, bool_t (*routine)(XDR*, Arguments*), class Refuse, class Serve>
+    Answer withLock(const Call& call, const Refuse& refuse, const Serve& serve);
     void logFile(const char* what, const std::string& name, KvUInt32 peer) const;
 
     const Board& m_board;
