@@ -79,8 +79,9 @@ case "$case" in
         [ "$user" != 0 ] || fail "the service runs as root"
         kill "$boardsProcess"
         wait "$boardsProcess" || fail "the service did not end cleanly"
-        left=$(rpcinfo -p 127.0.0.1 | awk '$1 == 8 || $1 == 536890198' | grep -c . || true)
-        [ "$left" = 0 ] || fail "$left registrations are left"
+        rpcinfo -p 127.0.0.1 >"$work/registered" || fail "rpcbind does not answer any more"
+        awk '$1 == 8 || $1 == 536890198 { found = 1 } END { exit found }' "$work/registered" ||
+            fail "registrations are left: $(cat "$work/registered")"
         ;;
     capture)
         command -v tshark >/dev/null || skip "tshark is not installed"
@@ -91,14 +92,17 @@ case "$case" in
         until_ test -s "$work/scan.pcap"
         "$kvinv" scan --ip "$boards" -o "$work/rack.inv"
         # The programs of the boards are none that it knows; their calls are to be taken apart all the same.
-        frames() { tshark -o rpc.dissect_unknown_programs:TRUE -r "$work/scan.pcap" -Y "$1" 2>/dev/null | grep -c . || true; }
-        allScanned() { [ "$(frames 'rpc.program == 8 && rpc.msgtyp == 1')" = 8 ]; }
+        select() { tshark -o rpc.dissect_unknown_programs:TRUE -r "$work/scan.pcap" -Y "$1" >"$work/frames" 2>"$work/tshark.err"; }
+        # While the capture still runs, its file may end within a frame.
+        allScanned() { select 'rpc.program == 8 && rpc.msgtyp == 1' || true; [ "$(wc -l <"$work/frames")" = 8 ]; }
         until_ allScanned
         kill "$tshark"
         wait "$tshark" || true
-        malformed=$(frames _ws.malformed)
-        [ "$malformed" = 0 ] || fail "$malformed malformed frames"
-        echo "$(frames rpc) RPC frames, none malformed"
+        select _ws.malformed || fail "the capture cannot be read: $(cat "$work/tshark.err")"
+        [ ! -s "$work/frames" ] || fail "malformed frames: $(cat "$work/frames")"
+        select rpc || fail "the capture cannot be read: $(cat "$work/tshark.err")"
+        [ -s "$work/frames" ] || fail "no RPC frame was captured"
+        echo "$(wc -l <"$work/frames") RPC frames, none malformed"
         ;;
     *) fail "no such case: $case" ;;
 esac
