@@ -15,6 +15,7 @@ target_link_libraries(kv_flags INTERFACE Threads::Threads)
 if(KV_SANITIZE)
   target_compile_options(kv_flags INTERFACE -fsanitize=${KV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kv_flags INTERFACE -fsanitize=${KV_SANITIZE})
+  target_compile_definitions(kv_flags INTERFACE KV_PLAIN_OBJECTS)
 endif()
 
 # kv_add_layer(NAME source...): one layer of the library as objects, so that its load-time work is never dropped by a

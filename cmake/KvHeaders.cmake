@@ -2,6 +2,7 @@
 set(KV_PUBLIC_HEADERS
   platform/KvTypes.h platform/KvExport.h
   platform/errorhandling/KvCErrorList.h platform/errorhandling/KvCErrorManager.h
+  platform/errorhandling/ObjectSlabs.h
   platform/errorhandling/KvNRtosAbstraction.h
   platform/oncrpc/KvCRpcClient.h platform/oncrpc/KvXdr.h
   platform/dal/KvDALBase.h platform/dal/KvDALAp.h

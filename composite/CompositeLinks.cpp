@@ -1,5 +1,7 @@
 #include "composite/CompositeLinks.h"
 
+#include "composite/FreshTree.h"
+
 using Access = KvNCompositeAccess;
 
 KvNCompositeAccess::Extra* Access::extra(Node* node)
@@ -95,6 +97,9 @@ void keepRemoved(Index*& index, KvCComposite* node)
 
 KvCComposite* Access::findChild(const Node* parent, KvUInt32 classId, KvUInt32 unitId)
 {
+    // Most trees are built in ascending order: what comes behind the last child is not there.
+    if (parent->m_childrenAscend && parent->m_lastChild != nullptr && isBelow(parent->m_lastChild, classId, unitId))
+        return nullptr;
     if (parent->m_childCount > IndexThreshold)
         if (Extra* const piece = extra(const_cast<Node*>(parent)))
             if (const auto* const index = indexOf(piece->children, parent->m_firstChild))
@@ -123,6 +128,12 @@ void Access::dropIndexes(Node* parent)
         return;
     drop(parent->m_extra->children);
     drop(parent->m_extra->units);
+}
+
+void Access::loseOrder(Node* parent)
+{
+    dropIndexes(parent);
+    parent->m_childrenAscend = false;
 }
 
 void Access::takeOut(Node* node)
@@ -169,6 +180,8 @@ void Access::append(Node* parent, Node* child)
         last->m_sibling = child;
     else
         parent->m_firstChild = child;
+    parent->m_childrenAscend =
+        last == nullptr || (parent->m_childrenAscend && isBelow(last, child->m_classId, child->m_unitId));
     child->m_previous = last;
     child->m_parent = parent;
     child->m_isLinked = true;
@@ -287,7 +300,7 @@ void Access::leaveChain(Node* first)
 
 void Access::joinChain(Node* first, Node* newHolder)
 {
-    dropIndexes(newHolder);
+    loseOrder(newHolder);
     for (Node* node = first; node != nullptr; node = node->m_sibling) {
         ++newHolder->m_childCount;
         node->m_isLinked = node->m_parent == newHolder;
@@ -374,6 +387,7 @@ bool Access::replace(Node* parent, Node* fresh, Node* old)
 
 void Access::destroyChildren(Node* root)
 {
+    ObjectSlabs::Releases releases;
     Node* node = root;
     for (;;) {
         dropIndexes(node);
@@ -384,7 +398,7 @@ void Access::destroyChildren(Node* root)
         if (node == root)
             return;
         Node* const above = holder(node);
-        delete node;
+        KvNFreshTree::destroyFirstChild(*above, *node, releases);
         node = above;
     }
 }

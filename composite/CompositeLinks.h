@@ -9,6 +9,12 @@ struct ClassAndUnitKey
     static KvUInt64 of(const KvCComposite* node) { return of(node->getClassId(), node->getUnitId()); }
 };
 
+/** Whether `first` stands before `second` in ascending order. */
+inline bool isBelow(const KvCComposite* first, KvUInt32 classId, KvUInt32 unitId)
+{
+    return ClassAndUnitKey::of(first) < ClassAndUnitKey::of(classId, unitId);
+}
+
 struct UnitKey
 {
     static KvUInt64 of(const KvCComposite* node) { return node->getUnitId(); }
@@ -54,6 +60,8 @@ struct KvNCompositeAccess
     static Node* findChild(const Node* parent, KvUInt32 classId, KvUInt32 unitId);
     static Node* findUnit(const Node* parent, KvUInt32 unitId);
     static void dropIndexes(Node* parent);
+    /** The children are no longer where the indexes have them, nor perhaps in ascending order. */
+    static void loseOrder(Node* parent);
 
     /** Takes the node out of the chain that it is in, which closes behind it; parent and sibling link stay. */
     static void takeOut(Node* node);

@@ -4,6 +4,7 @@
 
 #include "base/KvCBuffer.h"
 #include "base/Report.h"
+#include "composite/FreshTree.h"
 #include "composite/KvCComposite.h"
 #include "composite/KvCCompositeFactory.h"
 #include "composite/StreamFormat.h"
@@ -106,8 +107,16 @@ void KvCBinDeserializer::deserialize(KvCErrorListPool& errors)
     m_serializationRoot = nullptr;
     m_actParameter = nullptr;
     m_actParameterIsFree = false;
+    m_fresh.element = nullptr;
     while (buffer.getReadPosition() < buffer.getWritePosition()) {
         dropFreeParameter();
+        const UsualRecords usual = readUsual(errors);
+        if (usual.isStopped) {
+            reportStop(errors, usual.tag);
+            return;
+        }
+        if (buffer.getReadPosition() == buffer.getWritePosition())
+            return;
         const KvNReport::Watch watch(errors);
         const auto tag = static_cast<unsigned char>(*buffer.getReadPointer());
         buffer.setReadPosition(errors, buffer.getReadPosition() + TagSize);
@@ -142,8 +151,38 @@ void KvCBinDeserializer::reportStop(KvCErrorListPool& errors, unsigned char tag)
               m_buffer->getWritePosition());
 }
 
+KvCBinDeserializer::UsualRecords KvCBinDeserializer::readUsual(KvCErrorListPool&)
+{
+    return {};
+}
+
+bool KvCBinDeserializer::isNewParameter(KvUInt32 id) const
+{
+    const KvCParamList& list = m_actElement->m_list;
+    if (list.isEmpty())
+        m_fresh = {m_actElement};
+    const bool isFresh = m_fresh.element == m_actElement && m_fresh.count == list.getCount();
+    return (isFresh && m_fresh.lacks(id)) || m_actElement->getParameterById(id) == nullptr;
+}
+
+void KvCBinDeserializer::addNewParameter(KvCParam* parameter)
+{
+    KvNFreshTree::append(*m_actElement, *parameter);
+    m_fresh.note(parameter->getId());
+    m_actParameter = parameter;
+    m_actParameterIsFree = false;
+}
+
+void KvCBinDeserializer::enterNewChild(KvCComposite* child)
+{
+    KvNFreshTree::append(*m_actElement, *child);
+    m_actElement = child;
+    m_fresh.element = nullptr;
+}
+
 void KvCBinDeserializer::CompositeStart(KvCErrorListPool& errors)
 {
+    m_fresh.element = nullptr;
     if (m_buffer == nullptr || m_factory == nullptr)
         return;
     StreamReader reader(errors, *m_buffer);
@@ -177,12 +216,18 @@ void KvCBinDeserializer::CompositeStart(KvCErrorListPool& errors)
     m_actElement = node;
 }
 
+void KvCBinDeserializer::leaveElement()
+{
+    m_actElement = m_actElement->getParent();
+    m_fresh.element = nullptr;
+}
+
 void KvCBinDeserializer::CompositeEnd(KvCErrorListPool& errors)
 {
     if (m_actElement == nullptr)
         KV_REPORT(errors, StreamUnexpectedTag, "KvCBinDeserializer::CompositeEnd");
     else
-        m_actElement = m_actElement->getParent();
+        leaveElement();
 }
 
 void KvCBinDeserializer::CompositeParameter(KvCErrorListPool& errors)
@@ -214,6 +259,8 @@ void KvCBinDeserializer::CompositeParameter(KvCErrorListPool& errors)
         return;
     }
     if (isRead) {
+        if (isNew)
+            m_fresh.note(record.id);
         m_actParameter = parameter;
         m_actParameterIsFree = m_actElement == nullptr;
     }

@@ -57,16 +57,62 @@ public:
     KvCComposite* getSerializationRoot() const { return m_serializationRoot; }
     /** The node that records are read into. */
     KvCComposite* getActElement() const { return m_actElement; }
-    void setActElement(KvCComposite* element) { m_actElement = element; }
+    void setActElement(KvCComposite* element)
+    {
+        m_actElement = element;
+        m_fresh.element = nullptr;
+    }
     /** The parameter of the last parameter record. One that was read without an active element is nobody's: the caller
         takes it over, or has it destroyed with dropFreeParameter(). */
     KvCParam* getActParameter() const { return m_actParameter; }
     /** Destroys the parameter of the last parameter record when it was read without an active element. */
     void dropFreeParameter();
 
+protected:
+    /** What became of the records that readUsual was offered. */
+    struct UsualRecords
+    {
+        bool isStopped = false;  ///< a record was abandoned, which was reported
+        unsigned char tag = 0;   ///< of that record
+    };
+    /** Reads as many records as a derived class can take at once, from the read position, which stands at a tag, and
+        moves it behind them. Whatever is not as usual, or not whole, is left to the operations above. Here: none. */
+    virtual UsualRecords readUsual(KvCErrorListPool& errors);
+
+    // What readUsual may use. There is an active element for all but isBelowGivenRoot and getFactory.
+    KvCCompositeFactory* getFactory() const { return m_factory; }
+    /** Whether nodes and parameters may be there already. */
+    bool isBelowGivenRoot() const { return m_rootIsGiven; }
+    /** Whether the active element has no parameter with this id. */
+    bool isNewParameter(KvUInt32 id) const;
+    /** Gives the active element a parameter that isNewParameter. */
+    void addNewParameter(KvCParam* parameter);
+    /** Gives the active element a child, whose ids no other child of it has, and makes that the active element. */
+    void enterNewChild(KvCComposite* child);
+    /** The active element's parent becomes the active element. */
+    void leaveElement();
+
 private:
     friend class KvCCompositeFactory;
     struct Record;
+
+    /** Knows of most ids that the active element does not have them, as long as nothing but this reader adds any. */
+    struct FreshIds
+    {
+        static KvUInt64 bitOf(KvUInt32 id) { return KvUInt64{1} << (id * 0x9E3779B1U >> 26); }
+        void note(KvUInt32 id)
+        {
+            ++count;
+            largest = id > largest ? id : largest;
+            bits |= bitOf(id);
+        }
+        bool lacks(KvUInt32 id) const { return count == 0 || id > largest || (bits & bitOf(id)) == 0; }
+
+        const KvCComposite* element = nullptr;
+        KvUInt32 count = 0;
+        KvUInt32 largest = 0;
+        KvUInt64 bits = 0;
+    };
 
     bool readRecord(KvCErrorListPool& errors, unsigned char tag);
     void reportStop(KvCErrorListPool& errors, unsigned char tag) const;
@@ -80,6 +126,7 @@ private:
     KvCComposite* m_actElement = nullptr;
     KvCCompositeFactory* m_factory = nullptr;
     KvCParam* m_actParameter = nullptr;
+    mutable FreshIds m_fresh;
     bool m_actParameterIsFree = false;
     bool m_rootIsGiven = false;
 };

@@ -6,6 +6,7 @@
 #include "base/Report.h"
 #include "composite/CompositeLinks.h"
 #include "composite/CompositeWalk.h"
+#include "composite/FreshTree.h"
 
 using Access = KvNCompositeAccess;
 
@@ -42,8 +43,11 @@ KvCComposite::~KvCComposite()
         other->setFriend(nullptr);
     Access::forget(this);
     Access::destroyChildren(this);
-    m_list.clear();
-    if (!m_descrIsShared)
+    {
+        ObjectSlabs::Releases releases;
+        KvNFreshTree::clear(m_list, releases);
+    }
+    if (!m_descrIsShared && !m_descrIsBehind)
         KvNAllocation::release(const_cast<char*>(m_descr));
     if (m_extra != nullptr)
         Access::forget(this);
@@ -147,7 +151,7 @@ void KvCComposite::setIds(KvUInt32 classId, KvUInt32 unitId)
         return;
     // Where the node stands among nodes with its new ids is not known: the indexes are made anew when they are needed.
     if (KvCComposite* const holder = Access::holder(this))
-        Access::dropIndexes(holder);
+        Access::loseOrder(holder);
     m_classId = classId;
     m_unitId = unitId;
 }

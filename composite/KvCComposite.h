@@ -4,6 +4,7 @@
 #include "composite/KvCParamList.h"
 #include "composite/SharedText.h"
 #include "platform/KvExport.h"
+#include "platform/errorhandling/ObjectSlabs.h"
 
 namespace KvNReport {
 class Watch;
@@ -247,6 +248,27 @@ protected:
     /** As the public constructor, with a description that outlives the node and is not copied. */
     KvCComposite(KvCErrorListPool& errors, KvUInt32 classId, KvUInt32 unitId, KvSharedText descr);
 
+    /** What a reader of records has at hand of a node. */
+    struct Fresh
+    {
+        KvUInt32 classId;
+        KvUInt32 unitId;
+        const char* descr;   ///< lives as long as the node; not null
+        bool descrIsShared;  ///< false: it stands behind the node in its memory
+        KvUInt32 place;      ///< of the node's memory in a slab; 0: a block of its own
+    };
+    explicit KvCComposite(const Fresh& fresh) noexcept
+        : m_descr(fresh.descr),
+          m_list(this),
+          m_classId(fresh.classId),
+          m_unitId(fresh.unitId),
+          m_place(fresh.place & ObjectSlabs::placeMask),
+          m_hasList(true),
+          m_descrIsShared(fresh.descrIsShared),
+          m_descrIsBehind(!fresh.descrIsShared)
+    {}
+    KvUInt32 getPlace() const { return m_place; }
+
     /** attach for a node that stands alone (new, or just detached): results AttachMerged and 0 only; no ancestors are
         looked at. */
     long attachDetached(KvCComposite* child);
@@ -258,6 +280,7 @@ protected:
 
 private:
     friend struct KvNCompositeAccess;
+    friend struct KvNFreshTree;
     friend class KvCBinDeserializer;
 
     struct ChildIndex;
@@ -317,7 +340,10 @@ private:
     KvUInt32 m_state = 0;
     KvUInt32 m_uniqueChildIndex = 0;
     KvUInt32 m_childCount = 0;
+    KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
     bool m_hasList : 1 = false;
     bool m_descrIsShared : 1 = false;
-    bool m_isLinked : 1 = false;  ///< in the chain of its parent
+    bool m_descrIsBehind : 1 = false;   ///< in the node's own memory, behind the object
+    bool m_isLinked : 1 = false;        ///< in the chain of its parent
+    bool m_childrenAscend : 1 = false;  ///< each child's class and unit are above those of the one before it
 };

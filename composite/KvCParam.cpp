@@ -77,7 +77,8 @@ KvCParam::KvCParam(KvCErrorListPool& errors, KvUInt32 id, const char* descr, KvU
         reportLost(errors);
 }
 
-KvCParam::KvCParam(const KvCParam& other) : KvNAllocation::Object(other), m_id(other.m_id), m_type(other.m_type)
+KvCParam::KvCParam(const KvCParam& other)
+    : KvNAllocation::Object(other), KvPListNode<KvCParam*>(), m_id(other.m_id), m_type(other.m_type)
 {
     copyFrom(other);
 }
@@ -105,30 +106,13 @@ KvCParam::~KvCParam()
 
 void KvCParam::installRare(Rare* rare)
 {
-    if (m_rare != nullptr)
+    if (m_rare != nullptr) {
         std::memcpy(rare->shadow, m_rare->shadow, sizeof rare->shadow);
+        rare->hasShadow = m_rare->hasShadow;
+    }
     delete m_rare;
     m_rare = rare;
     m_rareIsDerived = true;
-}
-
-void* KvCParam::getValuePointer() const
-{
-    switch (m_storage) {
-        case Storage::None:
-            return nullptr;
-        case Storage::Inside:
-            return const_cast<unsigned char*>(m_value);
-        default:
-            return storedPointer();
-    }
-}
-
-void* KvCParam::storedPointer() const
-{
-    void* pointer;
-    std::memcpy(&pointer, m_value, sizeof pointer);
-    return pointer;
 }
 
 void KvCParam::storePointer(void* pointer)
@@ -160,10 +144,11 @@ void KvCParam::setDescr(KvSharedText descr)
 
 void KvCParam::releaseDescr()
 {
-    if (!m_descrIsShared)
+    if (!m_descrIsShared && !m_descrIsBehind)
         KvNAllocation::release(const_cast<char*>(m_descr));
     m_descr = nullptr;
     m_descrIsShared = false;
+    m_descrIsBehind = false;
 }
 
 void KvCParam::makeZero(KvCErrorListPool& errors)
@@ -218,7 +203,7 @@ void KvCParam::makeShadow(KvCErrorListPool& errors, const void* initial, std::si
     if (m_rare == nullptr)
         return reportLost(errors);
     std::memcpy(m_rare->shadow, initial, size);
-    m_hasShadow = true;
+    m_rare->hasShadow = true;
 }
 
 /** Takes description, value and shadow of another parameter whose id and type this one has already. */
@@ -241,7 +226,7 @@ void KvCParam::copyFrom(const KvCParam& other)
         m_type,
         [&](auto type) {
             using T = typename decltype(type)::Value;
-            if (m_storage == Storage::External)
+            if (isExternal())
                 return;
             if constexpr (isArray<T>) {
                 // A copy publishes nothing: the slot is the source's.
@@ -252,7 +237,7 @@ void KvCParam::copyFrom(const KvCParam& other)
             }
         },
         [] {});
-    if (other.m_hasShadow)
+    if (other.hasShadow())
         makeShadow(errors, other.m_rare->shadow, sizeof other.m_rare->shadow);
 }
 
@@ -260,7 +245,8 @@ void KvCParam::releaseValue()
 {
     const Storage storage = m_storage;
     m_storage = Storage::None;
-    m_hasShadow = false;
+    if (m_rare != nullptr)
+        m_rare->hasShadow = false;
     dispatch(
         m_type,
         [&](auto type) {
@@ -314,7 +300,7 @@ void KvCParam::write(KvCErrorListPool& errors, const T& value)
     if (stored == nullptr) {
         reportMismatch(errors, Traits<T>::setter);
     } else if constexpr (std::is_arithmetic_v<T>) {
-        std::memcpy(m_hasShadow ? static_cast<void*>(m_rare->shadow) : stored, &value, sizeof value);
+        std::memcpy(hasShadow() ? static_cast<void*>(m_rare->shadow) : stored, &value, sizeof value);
     } else {
         assign(*stored, value);
         if (isLost(value, *stored))
@@ -333,7 +319,7 @@ void KvCParam::setValue(KvCErrorListPool& errors, const char* value)
 
 void KvCParam::sync(KvUInt32 mask)
 {
-    if (m_hasShadow && (mask & m_type) != 0)
+    if (hasShadow() && (mask & m_type) != 0)
         std::memcpy(getValuePointer(), m_rare->shadow, m_type & 0xF);
 }
 

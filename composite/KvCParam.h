@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <type_traits>
 
 #include "composite/ElementTypes.h"
@@ -8,6 +9,7 @@
 #include "composite/KvPList.h"
 #include "composite/SharedText.h"
 #include "platform/KvExport.h"
+#include "platform/errorhandling/ObjectSlabs.h"
 
 class KvCComposite;
 
@@ -18,9 +20,15 @@ class KvCComposite;
  * Parameters belong to the lists that hold them: the last one that lets go destroys the parameter (KvCParamList).
  * Used by one thread at a time. A copy of a text or an array that cannot be had is reported to the master error list.
  */
-class KV_EXPORT KvCParam : public KvNAllocation::Object
+class KV_EXPORT KvCParam : public KvNAllocation::Object, private KvPListNode<KvCParam*>
 {
 public:
+    // The private base is the node for the first list: it brings no operators of its own.
+    using KvNAllocation::Object::operator new;
+    using KvNAllocation::Object::operator new[];
+    using KvNAllocation::Object::operator delete;
+    using KvNAllocation::Object::operator delete[];
+
     /** State bits. */
     static constexpr KvUInt32 ChangedBit = 0x400000;  ///< the value was changed by deserialization or setParameter
     static constexpr KvUInt32 ConstructionFailedBit = 0x80000000;
@@ -61,9 +69,17 @@ public:
     KvCComposite* getParent() const { return m_parent; }
     void setParent(KvCComposite* parent) { m_parent = parent; }
     /** Where the value is stored; null only after a failed construction. */
-    void* getValuePointer() const;
+    void* getValuePointer() const
+    {
+        if (m_storage == Storage::Inside)
+            return const_cast<unsigned char*>(m_value);
+        return m_storage == Storage::None ? nullptr : storedPointer();
+    }
     /** Whether the value lives in the caller's storage. */
     bool isExternal() const { return m_storage == Storage::External; }
+    /** Whether the parameter is of the derived class that marks its objects (setMarked): a cast needs no look at its
+        type then. */
+    bool isMarked() const { return m_isMarked; }
 
     /** How many lists hold the parameter. */
     KvInt32 getAttachmentCounter() const { return m_attachments; }
@@ -127,6 +143,7 @@ protected:
         virtual ~Rare() = default;
         /** The double-buffered value that `sync` publishes. */
         alignas(8) unsigned char shadow[8] = {};
+        bool hasShadow = false;
     };
 
     /** As the public constructors, with a description that outlives the parameter and is not copied. */
@@ -144,8 +161,49 @@ protected:
     {
         return m_rareIsDerived ? static_cast<Derived*>(m_rare) : nullptr;
     }
+    /** What a reader of records has at hand of a parameter whose value it puts into valueRoom() itself. */
+    struct Fresh
+    {
+        KvUInt32 id;
+        KvUInt32 type;       ///< of a type that stands inside, and not double-buffered
+        const char* descr;   ///< lives as long as the parameter
+        bool descrIsShared;  ///< and longer than any copy of it; else it stands behind the parameter in its memory
+        KvUInt32 place;      ///< of the parameter's memory in a slab; 0: a block of its own
+    };
+    explicit KvCParam(const Fresh& fresh) noexcept
+        : m_descr(fresh.descr),
+          m_id(fresh.id),
+          m_type(fresh.type),
+          m_place(fresh.place & ObjectSlabs::placeMask),
+          m_storage(Storage::Inside),
+          m_descrIsShared(fresh.descrIsShared),
+          m_descrIsBehind(!fresh.descrIsShared)
+    {}
+    void* valueRoom()
+    {
+        return m_value;
+    }
+    KvUInt32 getPlace() const
+    {
+        return m_place;
+    }
+    /** A derived class notes whether it holds something that only its destructor gives back. */
+    void setHoldsMore(bool holdsMore)
+    {
+        m_holdsMore = holdsMore;
+    }
+    bool holdsMore() const
+    {
+        return m_holdsMore;
+    }
+
     /** Makes `rare` (not null, from plain `new`) the parameter's piece and takes over the shadow; owned from here. */
     void installRare(Rare* rare);
+    /** Said by the constructors of one derived class, the one that the trees of the layer above hold. */
+    void setMarked()
+    {
+        m_isMarked = true;
+    }
     /** Whether the description is shared, not a copy. */
     bool isDescrShared() const
     {
@@ -154,9 +212,10 @@ protected:
 
 private:
     friend struct KvPListTraits<KvCParam*>;
+    friend struct KvNFreshTree;
     friend class KvCParamList;
 
-    enum class Storage : unsigned char
+    enum class Storage : unsigned int
     {
         None,      ///< no value: construction failed
         Inside,    ///< in m_value
@@ -195,26 +254,33 @@ private:
     void makeShadow(KvCErrorListPool& errors, const void* initial, std::size_t size);
     void copyFrom(const KvCParam& other);
     void releaseValue();
-    void* storedPointer() const;
+    void* storedPointer() const
+    {
+        void* pointer;
+        std::memcpy(&pointer, m_value, sizeof pointer);
+        return pointer;
+    }
     void storePointer(void* pointer);
     bool hasShadow() const
     {
-        return m_hasShadow;
+        return m_rare != nullptr && m_rare->hasShadow;
     }
 
     KvCComposite* m_parent = nullptr;
     alignas(8) unsigned char m_value[16];
     const char* m_descr = nullptr;
     Rare* m_rare = nullptr;
-    KvPListNode<KvCParam*> m_node;
     KvUInt32 m_id;
     KvUInt32 m_type;
     KvUInt32 m_state = 1;
     KvInt32 m_attachments = 0;
-    Storage m_storage = Storage::None;
+    KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
+    Storage m_storage : 2 = Storage::None;
     bool m_descrIsShared : 1 = false;
+    bool m_descrIsBehind : 1 = false;  ///< in the parameter's own memory, behind the object
     bool m_rareIsDerived : 1 = false;
-    bool m_hasShadow : 1 = false;
     bool m_nodeIsTaken : 1 = false;
     bool m_isIndexed : 1 = false;
+    bool m_isMarked : 1 = false;
+    bool m_holdsMore : 1 = false;
 };

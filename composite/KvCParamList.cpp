@@ -7,11 +7,6 @@
 #include "composite/KvCParam.h"
 #include "composite/ParamIndex.h"
 
-KvCParamList::KvCParamList(KvCComposite* owner) : m_owner(owner)
-{
-    m_keepsContent = 1;
-}
-
 KvCParamList::~KvCParamList()
 {
     clear();
@@ -106,7 +101,7 @@ void KvCParamList::removeElement(KvCParam* parameter)
     // A parameter in this list only stands there with its own node: no need to search for it.
     const bool isOwnNode =
         parameter->m_attachments == 1 && parameter->m_nodeIsTaken && getElementbyId(parameter->getId()) == parameter;
-    removeListNode(isOwnNode ? &parameter->m_node : find(parameter));
+    removeListNode(isOwnNode ? parameter : find(parameter));
 }
 
 void KvCParamList::syncParameters(KvCErrorListPool&, KvUInt32 mask)

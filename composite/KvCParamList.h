@@ -13,7 +13,7 @@ class KV_EXPORT KvCParamList : public KvPList<KvCParam*>
 {
 public:
     /** `owner` (may be null) is the composite that the parameters belong to; not owned. */
-    explicit KvCParamList(KvCComposite* owner);
+    explicit KvCParamList(KvCComposite* owner) : m_owner(owner) { m_keepsContent = 1; }
     ~KvCParamList() override;
 
     void notifyElementAttachment(KvCParam** element) override;
@@ -43,5 +43,7 @@ public:
     void showParameters(int indent) const;
 
 private:
+    friend struct KvNFreshTree;
+
     KvCComposite* m_owner;
 };

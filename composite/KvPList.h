@@ -12,9 +12,9 @@ class KvPList;
 template <class T>
 struct KvPListTraits;
 
-/** One place in a KvPList: its content and its neighbours. Belongs to the list, or stands inside its content. */
+/** One place in a KvPList: its content and its neighbours. Belongs to the list, or is a part of its content. */
 template <class T>
-class KV_EXPORT KvPListNode : public KvNAllocation::Object
+class KV_EXPORT KvPListNode : public KvNAllocation::ObjectOf<KvPListNode<T>>
 {
 public:
     KvPListNode() = default;
@@ -31,6 +31,7 @@ public:
 private:
     friend class KvPList<T>;
     friend struct KvPListTraits<T>;
+    friend struct KvNFreshTree;
 
     T m_content{};
     KvPListNode* m_next = nullptr;
@@ -42,9 +43,10 @@ template <>
 struct KvPListTraits<KvCParam*>
 {
     struct Index;
-    /** The node inside `content`, ready to be linked; null when another list uses it or there is no content. */
+    /** The node that is a part of `content`, ready to be linked; null when another list uses it or there is no content.
+     */
     static KvPListNode<KvCParam*>* take(KvCParam* content);
-    /** Whether the node stands inside its content, which it is given back to; any other is the list's to delete. */
+    /** Whether the node is a part of its content, which it is given back to; any other is the list's to delete. */
     static bool giveBack(KvPListNode<KvCParam*>* node);
     /** The index (null: none yet) follows the list, or is dropped when it cannot. */
     static void appended(Index*& index, KvCParam* content);
@@ -112,6 +114,8 @@ protected:
     mutable KvUInt32 m_cursorIsFiltered : 1 = 0;  ///< the place counts only the elements that a filter lets pass
 
 private:
+    friend struct KvNFreshTree;
+
     KvPListNode<T>* makeNode(const T& element);
     void linkBack(KvPListNode<T>* node);
     void linkFront(KvPListNode<T>* node);

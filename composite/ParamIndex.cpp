@@ -37,13 +37,13 @@ KvPListNode<KvCParam*>* Traits::take(KvCParam* content)
     if (content == nullptr || content->m_nodeIsTaken)
         return nullptr;
     content->m_nodeIsTaken = true;
-    return &content->m_node;
+    return content;
 }
 
 bool Traits::giveBack(KvPListNode<KvCParam*>* node)
 {
     KvCParam* const content = node->m_content;
-    if (content == nullptr || node != &content->m_node)
+    if (content == nullptr || node != static_cast<const KvPListNode<KvCParam*>*>(content))
         return false;
     node->m_content = nullptr;
     node->m_next = nullptr;

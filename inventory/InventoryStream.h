@@ -2,6 +2,7 @@
 
 #include "composite/KvCBinDeserializer.h"
 #include "composite/KvCBinSerializer.h"
+#include "platform/errorhandling/ObjectSlabs.h"
 
 /**
  * What an inventory parameter adds to its record in the tagged binary stream, behind the value: the length of the unit
@@ -20,7 +21,7 @@ inline constexpr KvUInt32 RelevanceSize = 4;
 }  // namespace KvNInventoryStream
 
 /** Writes inventory trees: the stream of its base class with the custom data of KvNInventoryStream. */
-class KvCInventoryBinSerializer : public KvCBinSerializer
+class KvCInventoryBinSerializer final : public KvCBinSerializer
 {
 public:
     using KvCBinSerializer::KvCBinSerializer;
@@ -29,7 +30,7 @@ public:
 
 /** Reads inventory trees into new ones: every parameter is an inventory parameter, also one whose record has no custom
     data. The first tree of the stream is the caller's; what follows it is checked and destroyed. */
-class KvCInventoryBinDeSerializer : public KvCBinDeserializer
+class KvCInventoryBinDeSerializer final : public KvCBinDeserializer
 {
 public:
     using KvCBinDeserializer::KvCBinDeserializer;
@@ -39,4 +40,14 @@ public:
     /** 0x1302000 for a unit length above 100; nothing more of the record is read then. */
     void handleCustomParameter(KvCErrorListPool& errors, KvCParam* parameter) override;
     KvCParam* createPlainParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 type, const char* descr) override;
+
+protected:
+    UsualRecords readUsual(KvCErrorListPool& errors) override;
+
+private:
+    class StreamItem;
+    class StreamParameter;
+    struct UsualReader;
+
+    ObjectSlabs m_slabs;
 };

@@ -1,7 +1,5 @@
 #include "inventory/KvCInventoryItem.h"
 
-#include <typeinfo>
-
 #include "base/Report.h"
 #include "inventory/ids/KvNInventoryIDs.h"
 #include "inventory/ids/PredefinedNames.h"
@@ -59,13 +57,6 @@ KvCInventoryItem::KvCInventoryItem(KvCErrorListPool& errors, const KvCInventoryA
 }
 
 KvCInventoryItem::~KvCInventoryItem() = default;
-
-KvCInventoryParameter* KvCInventoryItem::asInventoryParameter(KvCParam* parameter)
-{
-    if (parameter == nullptr || typeid(*parameter) == typeid(KvCInventoryParameter))
-        return static_cast<KvCInventoryParameter*>(parameter);
-    return dynamic_cast<KvCInventoryParameter*>(parameter);
-}
 
 KvCInventoryAddress KvCInventoryItem::getAddress() const
 {

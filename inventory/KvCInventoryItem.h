@@ -176,8 +176,11 @@ public:
     void printTree(KvCErrorListPool& errors, int flags, int level) const;
 
 private:
+    friend class KvCInventoryBinDeSerializer;
     class MyStream;
     class TextWriter;
+
+    explicit KvCInventoryItem(const Fresh& fresh) noexcept : KvCComposite(fresh) {}
 
     struct Hooks
     {
@@ -202,7 +205,10 @@ private:
                                       const char* origin);
     KvCInventoryParameter* getOwnParameter(KvUInt32 category) const;
     KvCInventoryParameter* getLinkedParameter(KvUInt32 category) const;
-    static KvCInventoryParameter* asInventoryParameter(KvCParam* parameter);
+    static KvCInventoryParameter* asInventoryParameter(KvCParam* parameter)
+    {
+        return parameter != nullptr && parameter->isMarked() ? static_cast<KvCInventoryParameter*>(parameter) : nullptr;
+    }
 
     KvCInventoryItem* copyNode(KvCErrorListPool& errors) const;
     void mergeParameters(KvCErrorListPool& errors, const KvCInventoryItem& source);

@@ -1,5 +1,7 @@
 #include "inventory/KvCInventoryParameter.h"
 
+#include <cstring>
+
 #include "base/Report.h"
 #include "inventory/KvCInventoryItem.h"
 #include "inventory/ids/PredefinedNames.h"
@@ -33,6 +35,9 @@ bool isLost(const char* source, const KvCString& copy)
     return source != nullptr && *source != '\0' && copy.length() == 0;
 }
 
+/** What a text that cannot be copied is reported as: units are texts like any other. */
+constexpr const char* copyOrigin = "KvCString::KvCString";
+
 }  // namespace
 
 template <class T>
@@ -42,11 +47,10 @@ KvCInventoryParameter::KvCInventoryParameter(KvNElement::Type<T>, KvCErrorListPo
     : KvCParam(errors, id.getCategoryAt(0), describe(id.getCategoryAt(0), description), KvNElement::CustomFlag, value,
                nullptr),
       m_isModifiable(modifiable),
-      m_relevance(relevance),
-      m_unit(unit)
+      m_relevance(relevance)
 {
     init(errors, id, description);
-    if (isLost(unit, m_unit))
+    if (!storeUnit(unit, copyOrigin))
         KV_REPORT(errors, OutOfMemory, "KvCInventoryParameter::init");
 }
 
@@ -71,15 +75,20 @@ KvCInventoryParameter::KvCInventoryParameter(KvCErrorListPool& errors, const KvC
 KvCInventoryParameter::KvCInventoryParameter(KvCErrorListPool& errors, KvUInt32 id, const char* description,
                                              TypeWord typeWord)
     : KvCParam(errors, id, describe(id, description), typeWord.value)
-{}
+{
+    setMarked();
+}
 
 KvCInventoryParameter::KvCInventoryParameter() : KvCParam(KvNReport::masterList(), 1, nullptr, KvNElement::CustomFlag)
-{}
+{
+    setMarked();
+}
 
 KvCInventoryParameter::KvCInventoryParameter(const KvCInventoryParameter& other)
-    : KvCParam(other), m_isModifiable(other.m_isModifiable), m_relevance(other.m_relevance), m_unit(other.m_unit)
+    : KvCParam(other), m_isModifiable(other.m_isModifiable), m_relevance(other.m_relevance)
 {
-    if (isLost(other.getUnit(), m_unit))
+    setMarked();
+    if (!storeUnit(other.getUnit(), copyOrigin))
         setStateBit(ConstructionFailedBit);
     const InventoryRare* source = other.getRare<InventoryRare>();
     if (source == nullptr || (source->onCheck == nullptr && source->onWrite == nullptr && source->onUpdate == nullptr &&
@@ -103,7 +112,7 @@ KvCInventoryParameter& KvCInventoryParameter::operator=(const KvCInventoryParame
     if (this == &other)
         return *this;
     KvCParam::operator=(other);
-    m_unit = other.m_unit;
+    setUnit(other.getUnit());
     m_isModifiable = other.m_isModifiable;
     m_relevance = other.m_relevance;
     setCheckWriteUpdateFunction(other.getCheckFunction(), other.getWriteFunction(), other.getUpdateFunction());
@@ -118,13 +127,44 @@ KvCInventoryParameter& KvCInventoryParameter::operator=(const KvCInventoryParame
 KvCInventoryParameter::~KvCInventoryParameter()
 {
     deleteDesignatedValue();
+    releaseUnit();
 }
 
 void KvCInventoryParameter::init(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description)
 {
+    setMarked();
     if (!id.isSingleElement())
         KV_REPORT(errors, ParameterIdNotOneElement, "KvCInventoryParameter::init",
                   description == nullptr ? "not specified" : description);
+}
+
+/** Copies the unit (null: the empty text); false, reported and empty, when memory is out. */
+bool KvCInventoryParameter::storeUnit(const char* unit, const char* origin)
+{
+    const std::size_t length = unit == nullptr ? 0 : std::strlen(unit);
+    Unit stored;
+    const bool isLong = length >= sizeof stored.text;
+    if (isLong)
+        stored.block = static_cast<char*>(KvNAllocation::allocate(length + 1));
+    const bool isStored = !isLong || stored.block != nullptr;
+    if (isStored && length != 0)
+        std::memcpy(isLong ? stored.block : stored.text, unit, length + 1);
+    releaseUnit();
+    if (!isStored) {
+        KV_REPORT(KvNReport::masterList(), StringBufferOutOfMemory, origin);
+        return false;
+    }
+    m_unit = stored;
+    setHoldsMore(isLong);
+    return true;
+}
+
+void KvCInventoryParameter::releaseUnit()
+{
+    if (holdsMore())
+        KvNAllocation::release(m_unit.block);
+    m_unit = Unit();
+    setHoldsMore(false);
 }
 
 KvCInventoryAddress KvCInventoryParameter::getAddress() const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstring>
+
 #include "base/KvCString.h"
 #include "composite/KvCParam.h"
 #include "inventory/KvCInventoryAddress.h"
@@ -71,9 +73,10 @@ public:
     const char* getDescription() const { return getDescr(); }
 
     /** The unit, never null; valid until it changes. */
-    const char* getUnit() const { return m_unit.c_str(); }
-    /** `unit` is copied; null is the empty text. */
-    void setUnit(const char* unit) { m_unit = unit; }
+    const char* getUnit() const { return holdsMore() ? m_unit.block : m_unit.text; }
+    /** `unit` is copied; null is the empty text. When memory is out the unit is empty and 0x603000 is on the master
+        error list. */
+    void setUnit(const char* unit) { storeUnit(unit, "KvCString::operator ="); }
     bool isModifiable() const { return m_isModifiable; }
     void setModifiableFlag(bool modifiable) { m_isModifiable = modifiable; }
     KvUInt32 getRelevance() const { return m_relevance; }
@@ -146,6 +149,14 @@ private:
         KvUInt32 value;
     };
     KvCInventoryParameter(KvCErrorListPool& errors, KvUInt32 id, const char* description, TypeWord typeWord);
+    /** Without a value yet; a unit of at most shortUnit characters. */
+    KvCInventoryParameter(const Fresh& fresh, const char* unit, KvUInt32 unitLength, bool modifiable,
+                          KvUInt32 relevance) noexcept
+        : KvCParam(fresh), m_isModifiable(modifiable), m_relevance(relevance)
+    {
+        setMarked();
+        std::memcpy(m_unit.text, unit, unitLength);
+    }
     void init(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description);
 
     template <class T>
@@ -159,11 +170,21 @@ private:
     template <class T>
     void adopt(KvCErrorListPool& errors);
 
+    bool storeUnit(const char* unit, const char* origin);
+    void releaseUnit();
     const KvCInventoryParameter* designated() const;
     InventoryRare* makeRare();
     KvCString getName() const;
 
+    static constexpr KvUInt32 shortUnit = 7;
+    /** A unit of up to 7 characters stands inside the parameter, a longer one in a block of its own (holdsMore). */
+    union Unit
+    {
+        char text[shortUnit + 1] = {};
+        char* block;
+    };
+
     bool m_isModifiable = false;
     KvUInt32 m_relevance = 0;
-    KvCString m_unit;
+    Unit m_unit;
 };

@@ -1,6 +1,5 @@
 #include "inventory/ids/PredefinedNames.h"
 
-#include <cstddef>
 #include <cstring>
 
 #include "inventory/ids/SystemMacros.h"
@@ -10,11 +9,12 @@ namespace {
 struct Row
 {
     KvUInt32 number;
+    KvUInt32 size;  ///< of the name, its NUL included
     const char* name;
 };
 
 constexpr Row rows[] = {
-#define KV_INVENTORY_ID(number, NAME) {number, #NAME},
+#define KV_INVENTORY_ID(number, NAME) {number, sizeof #NAME, #NAME},
 #include "inventory/ids/InventoryIDs.def"
 #undef KV_INVENTORY_ID
 };
@@ -37,6 +37,13 @@ static_assert(isDense(), "the numbers are dense and ascending from 0");
 const char* KvNInventoryIDs::predefinedName(KvUInt32 category)
 {
     return category < count ? rows[category].name : nullptr;
+}
+
+const char* KvNInventoryIDs::predefinedName(KvUInt32 category, const char* bytes, std::size_t size)
+{
+    const bool isName =
+        category < count && size == rows[category].size && std::memcmp(bytes, rows[category].name, size) == 0;
+    return isName ? rows[category].name : nullptr;
 }
 
 bool KvNInventoryIDs::isPredefinedName(KvUInt32 category, const char* text)
