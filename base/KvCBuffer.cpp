@@ -1,5 +1,6 @@
 #include "base/KvCBuffer.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -8,6 +9,8 @@
 #include "platform/errorhandling/KvNRtosAbstraction.h"
 
 namespace {
+
+constexpr KvUInt64 largestSize = 0xFFFFFFFF;
 
 constexpr bool isElementSize(KvUInt32 size)
 {
@@ -60,27 +63,57 @@ void KvCBuffer::allocateBuffer(KvCErrorListPool& errors, KvInt32 increment)
 bool KvCBuffer::grow(KvCErrorListPool& errors, KvUInt64 increment)
 {
     const KvUInt64 size = m_size + increment;
-    if (increment > 0xFFFFFFFF || size > 0xFFFFFFFF) {
-        KV_REPORT(errors, AllocationFailed, "KvCBuffer::allocateBuffer");
+    if (!ensureCapacity(errors, increment > largestSize ? increment : size))
         return false;
-    }
-    if (size > m_capacity || m_start == nullptr) {
-        // Half as much again keeps many small steps linear; a step that is larger than that gets what it needs, and
-        // room for the headroom that follows.
-        const KvUInt64 geometric = static_cast<KvUInt64>(m_capacity) + m_capacity / 2;
-        KvUInt64 capacity = size + initialSize > geometric ? size + initialSize : geometric;
-        capacity = capacity > 0xFFFFFFFF ? 0xFFFFFFFF : capacity;
-        void* block = KvNAllocation::reallocate(m_start, static_cast<std::size_t>(capacity));
-        if (block == nullptr) {
-            KV_REPORT(errors, AllocationFailed, "KvCBuffer::allocateBuffer");
-            return false;
-        }
-        m_start = static_cast<char*>(block);
-        m_capacity = static_cast<KvUInt32>(capacity);
-    }
     std::memset(m_start + m_size, 0, static_cast<std::size_t>(increment));
     m_size = static_cast<KvUInt32>(size);
     return true;
+}
+
+/** Takes memory for a block of `size` bytes; false, and reported, when that fails. */
+bool KvCBuffer::ensureCapacity(KvCErrorListPool& errors, KvUInt64 size)
+{
+    if (size <= m_capacity && m_start != nullptr)
+        return true;
+    // Half as much again keeps many small steps linear; a step that is larger than that gets what it needs, and room
+    // for the headroom that follows.
+    const KvUInt64 geometric = static_cast<KvUInt64>(m_capacity) + m_capacity / 2;
+    KvUInt64 capacity = size + initialSize > geometric ? size + initialSize : geometric;
+    capacity = capacity > largestSize ? largestSize : capacity;
+    void* const block =
+        size > largestSize ? nullptr : KvNAllocation::reallocate(m_start, static_cast<std::size_t>(capacity));
+    if (block == nullptr) {
+        KV_REPORT(errors, AllocationFailed, "KvCBuffer::allocateBuffer");
+        return false;
+    }
+    m_start = static_cast<char*>(block);
+    m_capacity = static_cast<KvUInt32>(capacity);
+    return true;
+}
+
+char* KvCBuffer::reserve(KvCErrorListPool& errors, KvUInt32 bytes)
+{
+    // Committing must not need memory: what the block may grow by then is there. A writer that goes on without being
+    // asked for its bytes is given twice as many each time, so that few of them are ever moved.
+    const KvUInt64 needed = KvUInt64{m_write} + bytes + largestGrowth;
+    const KvUInt64 doubled = std::min(KvUInt64{m_capacity} * 2, largestSize - initialSize);
+    const bool isThere = needed <= m_capacity;
+    if (!hasHeadroomFor(0) || (!isThere && !ensureCapacity(errors, std::max(needed, doubled))))
+        return nullptr;
+    return m_start + m_write;
+}
+
+void KvCBuffer::commit(const char* end) noexcept
+{
+    m_write = static_cast<KvUInt32>(end - m_start);
+    if (m_write < m_size && hasHeadroomFor(0))
+        return;
+    // As fields of that size find more than the headroom free, each makes the block grow by one step at most.
+    const KvUInt32 oldSize = m_size;
+    const KvUInt32 missing = m_write + headroom + 1 - m_size;
+    m_size += (missing + defaultGrowth - 1) / defaultGrowth * defaultGrowth;
+    const KvUInt32 unwritten = m_write > oldSize ? m_write : oldSize;
+    std::memset(m_start + unwritten, 0, m_size - unwritten);
 }
 
 void KvCBuffer::setReadPosition(KvCErrorListPool&, KvUInt32 pos) noexcept

@@ -83,6 +83,17 @@ public:
         writeElements(errors, src, count, elemSize, offset);
     }
 
+    /** For a writer that puts many small fields at the write position itself: where it is, with memory for at least
+        `bytes` bytes behind it (getReserve tells how much there is). They count when they are committed. Null when
+       fewer bytes than usual are free behind the write position, so that the fields must be written one by one, and
+       when memory is out, which is reported. */
+    char* reserve(KvCErrorListPool& errors, KvUInt32 bytes);
+    /** Bytes that may be put behind the write position; only meaningful after reserve. */
+    KvUInt32 getReserve() const noexcept { return m_capacity - m_write - largestGrowth; }
+    /** The write position becomes `end`, in the memory that was reserved; the block grows as it would have, had every
+        field, of at most 256 bytes, been written by writeBuffer. */
+    void commit(const char* end) noexcept;
+
     /** Reads `count` bytes into `dst`, as elements of `elemSize` bytes, from the read position, which advances (inside
        the block), or from `offset`. Where the reading begins must lie before the write position or at it; only that is
         checked: bytes of the block behind the write position are 0 or old ones, and what lies outside the block reads
@@ -105,6 +116,7 @@ private:
     static constexpr KvUInt32 initialSize = 1024;
     static constexpr KvUInt32 defaultGrowth = 512;
     static constexpr KvUInt32 headroom = 256;
+    static constexpr KvUInt32 largestGrowth = headroom + defaultGrowth;  // of the block, behind what is committed
 
     char* at(KvUInt32 position) const noexcept { return m_start == nullptr ? nullptr : m_start + position; }
     bool hasHeadroomFor(KvUInt32 count) const noexcept
@@ -121,6 +133,7 @@ private:
         m_write += static_cast<KvUInt32>(size);
     }
     bool grow(KvCErrorListPool& errors, KvUInt64 increment);
+    bool ensureCapacity(KvCErrorListPool& errors, KvUInt64 size);
     void moveWrite(KvCErrorListPool& errors, KvInt64 position);
     void moveRead(KvCErrorListPool& errors, KvInt64 distance);
     void writeElements(KvCErrorListPool& errors, const void* src, KvUInt32 count, KvInt32 elemSize, KvInt32 offset);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <type_traits>
 
@@ -168,6 +169,23 @@ decltype(auto) dispatch(KvUInt32 typeWord, Known&& known, Unknown&& unknown)
         default:
             return unknown();
     }
+}
+
+/** The bytes that the stream has for a number of each type code; 0 for the other types. */
+inline constexpr auto scalarSizes = [] {
+    std::array<unsigned char, 0x300> sizes{};
+    const auto note = [&]<class T>(KvUInt32 code, Type<T>) {
+        if constexpr (std::is_arithmetic_v<T>)
+            sizes[code] = sizeof(T);
+    };
+#define KV_ELEMENT_TYPE(code, type, suffix, name, format) note(code, Type<type>());
+#include "composite/ElementTypes.def"
+    return sizes;
+}();
+/** The size of a number of this type code, without flags; 0 for any other code. */
+constexpr KvUInt32 scalarSize(KvUInt32 code)
+{
+    return code < scalarSizes.size() ? scalarSizes[code] : 0U;
 }
 
 /** Whether the code in `typeWord` is a type of the table. */

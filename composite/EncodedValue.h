@@ -1,7 +1,5 @@
 #pragma once
 
-#include <array>
-#include <bit>
 #include <new>
 
 #include "base/BigEndian.h"
@@ -22,7 +20,7 @@ public:
         const KvUInt32 code = type & KvNElement::CodeMask;
         m_bytes = bytes;
         m_code = code;
-        m_length = code < scalarSizes.size() ? scalarSizes[code] : 0;
+        m_length = KvNElement::scalarSize(code);
         m_size = m_length;
         if (m_size != 0)
             return m_size <= available;
@@ -57,17 +55,6 @@ public:
     }
 
 private:
-    /** The bytes that a number of each type code takes; 0 for the other types. */
-    static constexpr auto scalarSizes = [] {
-        std::array<unsigned char, 0x300> sizes{};
-        const auto note = [&]<class T>(KvUInt32 code, KvNElement::Type<T>) {
-            if constexpr (std::is_arithmetic_v<T>)
-                sizes[code] = sizeof(T);
-        };
-#define KV_ELEMENT_TYPE(code, type, suffix, name, format) note(code, KvNElement::Type<type>());
-#include "composite/ElementTypes.def"
-        return sizes;
-    }();
     /** A text of this length, with its NUL, stands inside a string. */
     static constexpr KvUInt32 shortText = 15;
 

@@ -39,6 +39,11 @@ KvCBinSerializer::KvCBinSerializer(KvCErrorListPool&) {}
 KvCBinSerializer::~KvCBinSerializer() = default;
 void KvCBinSerializer::handleCustomParameter(KvCErrorListPool&, const KvCParam*) {}
 
+bool KvCBinSerializer::writeUsual(KvCErrorListPool&, KvCComposite*)
+{
+    return false;
+}
+
 void KvCBinSerializer::CompositeStart(KvCErrorListPool& errors, KvCComposite* composite)
 {
     if (m_buffer == nullptr)
@@ -87,7 +92,7 @@ void KvCBinSerializer::serialize(KvCErrorListPool& errors, KvCComposite* root)
         if (m_buffer == nullptr)
             KV_REPORT(errors, OutOfMemory, origin);
     }
-    if (!watch.grew())
+    if (!watch.grew() && !writeUsual(errors, root))
         traverse(errors, root);
     if (watch.grew())
         KV_REPORT(errors, StreamSerializeFailed, origin);

@@ -28,6 +28,11 @@ public:
     KvCBuffer* getBuffer() const { return m_buffer; }
     void setBuffer(KvCBuffer* buffer) { m_buffer = buffer; }
 
+protected:
+    /** Writes the tree below and including `root` in one go, or gives false and leaves it to the operations above,
+       which a derived class may have overridden. Here: false. There is a buffer. */
+    virtual bool writeUsual(KvCErrorListPool& errors, KvCComposite* root);
+
 private:
     KvCBuffer* m_buffer = nullptr;
 };

@@ -11,7 +11,7 @@
 using Access = KvNCompositeAccess;
 
 KvCComposite::KvCComposite(KvCErrorListPool& errors, KvUInt32 classId, KvUInt32 unitId, const char* descr)
-    : m_list(this), m_classId(classId), m_unitId(unitId)
+    : m_classId(classId), m_unitId(unitId), m_list(this)
 {
     if (descr == nullptr)
         return;
@@ -24,6 +24,7 @@ KvCComposite::KvCComposite(KvCErrorListPool& errors, KvUInt32 classId, KvUInt32 
     }
     std::memcpy(copy, descr, size);
     m_descr = copy;
+    m_descrSize = size & 0xFF;
 }
 
 KvCComposite::KvCComposite(KvCErrorListPool& errors, KvUInt32 classId, KvUInt32 unitId, KvSharedText descr)
@@ -32,6 +33,7 @@ KvCComposite::KvCComposite(KvCErrorListPool& errors, KvUInt32 classId, KvUInt32 
     if (!descr.isShared)
         return;
     m_descr = descr.text;
+    m_descrSize = descr.text == nullptr ? 0 : (std::strlen(descr.text) + 1) & 0xFF;
     m_descrIsShared = true;
     m_hasList = descr.text != nullptr;
 }

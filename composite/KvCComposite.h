@@ -58,6 +58,13 @@ public:
     KvUInt32 getUnitId() const { return m_unitId; }
     /** The description; null when there is none. */
     const char* getDescription() const { return m_descr; }
+    /** The size of the description with its NUL, as far as one byte holds it; 1 when there is none. */
+    unsigned char getDescriptionSize() const
+    {
+        if (m_descr == nullptr)
+            return 1;
+        return static_cast<unsigned char>(m_descrSize != 0 ? m_descrSize : (std::strlen(m_descr) + 1) & 0xFF);
+    }
     KvCComposite* getParent() const { return m_parent; }
     /** The first child; null when there is none. */
     KvCComposite* getChild() const { return m_firstChild; }
@@ -254,14 +261,16 @@ protected:
         KvUInt32 classId;
         KvUInt32 unitId;
         const char* descr;   ///< lives as long as the node; not null
+        KvUInt32 descrSize;  ///< with its NUL, at most 256
         bool descrIsShared;  ///< false: it stands behind the node in its memory
         KvUInt32 place;      ///< of the node's memory in a slab; 0: a block of its own
     };
     explicit KvCComposite(const Fresh& fresh) noexcept
-        : m_descr(fresh.descr),
-          m_list(this),
-          m_classId(fresh.classId),
+        : m_classId(fresh.classId),
           m_unitId(fresh.unitId),
+          m_descr(fresh.descr),
+          m_list(this),
+          m_descrSize(fresh.descrSize & 0xFF),
           m_place(fresh.place & ObjectSlabs::placeMask),
           m_hasList(true),
           m_descrIsShared(fresh.descrIsShared),
@@ -327,19 +336,21 @@ private:
     template <class T>
     long changeArray(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 count, const T* data);
 
-    Extra* m_extra = nullptr;
-    KvCComposite* m_parent = nullptr;
-    KvCComposite* m_firstChild = nullptr;
-    KvCComposite* m_lastChild = nullptr;
-    KvCComposite* m_sibling = nullptr;
-    KvCComposite* m_previous = nullptr;  ///< the node whose sibling link leads here
-    const char* m_descr = nullptr;
-    KvCParamList m_list;
+    // First what every walk over a tree needs, together in as few cache lines as it fits.
     KvUInt32 m_classId;
     KvUInt32 m_unitId;
+    const char* m_descr = nullptr;
+    KvCComposite* m_firstChild = nullptr;
+    KvCComposite* m_sibling = nullptr;
+    KvCParamList m_list;
+    KvCComposite* m_parent = nullptr;
+    KvCComposite* m_lastChild = nullptr;
+    KvCComposite* m_previous = nullptr;  ///< the node whose sibling link leads here
+    Extra* m_extra = nullptr;
     KvUInt32 m_state = 0;
     KvUInt32 m_uniqueChildIndex = 0;
     KvUInt32 m_childCount = 0;
+    KvUInt32 m_descrSize : 8 = 0;                   ///< low bits of the description's size; 0: not known
     KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
     bool m_hasList : 1 = false;
     bool m_descrIsShared : 1 = false;

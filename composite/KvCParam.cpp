@@ -132,6 +132,7 @@ void KvCParam::setDescr(const char* descr)
     }
     std::memcpy(copy, descr, size);
     m_descr = copy;
+    m_descrSize = size & 0xFF;
 }
 
 void KvCParam::setDescr(KvSharedText descr)
@@ -139,6 +140,7 @@ void KvCParam::setDescr(KvSharedText descr)
     if (!descr.isShared)
         return setDescr(descr.text);
     m_descr = descr.text;
+    m_descrSize = descr.text == nullptr ? 0 : (std::strlen(descr.text) + 1) & 0xFF;
     m_descrIsShared = true;
 }
 
@@ -147,6 +149,7 @@ void KvCParam::releaseDescr()
     if (!m_descrIsShared && !m_descrIsBehind)
         KvNAllocation::release(const_cast<char*>(m_descr));
     m_descr = nullptr;
+    m_descrSize = 0;
     m_descrIsShared = false;
     m_descrIsBehind = false;
 }

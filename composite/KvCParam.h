@@ -64,6 +64,13 @@ public:
     KvUInt32 getId() const { return m_id; }
     /** The description; null when there is none. */
     const char* getDescr() const { return m_descr; }
+    /** The size of the description with its NUL, as far as one byte holds it; 1 when there is none. */
+    unsigned char getDescrSize() const
+    {
+        if (m_descr == nullptr)
+            return 1;
+        return static_cast<unsigned char>(m_descrSize != 0 ? m_descrSize : (std::strlen(m_descr) + 1) & 0xFF);
+    }
     /** The type word: type code and flags. */
     KvUInt32 getType() const { return m_type; }
     KvCComposite* getParent() const { return m_parent; }
@@ -166,7 +173,8 @@ protected:
     {
         KvUInt32 id;
         KvUInt32 type;       ///< of a type that stands inside, and not double-buffered
-        const char* descr;   ///< lives as long as the parameter
+        const char* descr;   ///< lives as long as the parameter; not null
+        KvUInt32 descrSize;  ///< with its NUL, at most 256
         bool descrIsShared;  ///< and longer than any copy of it; else it stands behind the parameter in its memory
         KvUInt32 place;      ///< of the parameter's memory in a slab; 0: a block of its own
     };
@@ -174,6 +182,7 @@ protected:
         : m_descr(fresh.descr),
           m_id(fresh.id),
           m_type(fresh.type),
+          m_descrSize(fresh.descrSize & 0xFF),
           m_place(fresh.place & ObjectSlabs::placeMask),
           m_storage(Storage::Inside),
           m_descrIsShared(fresh.descrIsShared),
@@ -195,6 +204,16 @@ protected:
     bool holdsMore() const
     {
         return m_holdsMore;
+    }
+
+    /** A flag for a derived class, which stands where there is room for it. */
+    void setDerivedFlag(bool flag)
+    {
+        m_derivedFlag = flag;
+    }
+    bool getDerivedFlag() const
+    {
+        return m_derivedFlag;
     }
 
     /** Makes `rare` (not null, from plain `new`) the parameter's piece and takes over the shadow; owned from here. */
@@ -274,6 +293,7 @@ private:
     KvUInt32 m_type;
     KvUInt32 m_state = 1;
     KvInt32 m_attachments = 0;
+    KvUInt32 m_descrSize : 8 = 0;                   ///< low bits of the description's size; 0: not known
     KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
     Storage m_storage : 2 = Storage::None;
     bool m_descrIsShared : 1 = false;
@@ -283,4 +303,5 @@ private:
     bool m_isIndexed : 1 = false;
     bool m_isMarked : 1 = false;
     bool m_holdsMore : 1 = false;
+    bool m_derivedFlag : 1 = false;
 };

@@ -6,28 +6,83 @@
 #include "base/BigEndian.h"
 #include "base/KvCBuffer.h"
 #include "base/Report.h"
-#include "composite/KvCComposite.h"
+#include "base/ShortCopy.h"
+#include "composite/CompositeWalk.h"
+#include "composite/RecordWriter.h"
 #include "inventory/KvCInventoryParameter.h"
+#include "platform/KvPrefetch.h"
 
 using namespace KvNInventoryStream;
+
+namespace {
+
+constexpr std::size_t customLimit = 1 + UnitLimit + 1 + RelevanceSize;
+
+bool isCustom(const KvCParam* parameter)
+{
+    return (parameter->getType() & KvNElement::CustomFlag) != 0;
+}
+
+/** Puts what an inventory parameter adds to its record at `at`, at most customLimit bytes, and gives where that ends. A
+    parameter of another class has nothing of this, but whoever reads the record expects it. */
+inline char* putCustom(char* at, const KvCParam* parameter)
+{
+    const auto* const own = parameter->isMarked() ? static_cast<const KvCInventoryParameter*>(parameter) : nullptr;
+    const std::size_t size = own == nullptr ? 0 : own->getUnitLength();
+    const std::size_t length = std::min<std::size_t>(size & UnitLengthMask, UnitLimit);
+    *at++ = static_cast<char>(length);
+    if (length != 0)
+        copyShort(at, own->getUnit(), length);
+    at += length;
+    *at++ = own != nullptr && own->isModifiable() ? static_cast<char>(ModifiableByte) : '\0';
+    KvNBigEndian::store(at, own == nullptr ? KvUInt32{0} : own->getRelevance());
+    return at + RelevanceSize;
+}
+
+}  // namespace
 
 void KvCInventoryBinSerializer::handleCustomParameter(KvCErrorListPool& errors, const KvCParam* parameter)
 {
     if (getBuffer() == nullptr)
         return;
-    // A parameter of another class has nothing of this, but whoever reads the record expects it.
-    const auto* inventoryParameter = dynamic_cast<const KvCInventoryParameter*>(parameter);
-    const char* unit = inventoryParameter == nullptr ? "" : inventoryParameter->getUnit();
-    const auto length = static_cast<KvUInt32>(std::min<std::size_t>(std::strlen(unit) & UnitLengthMask, UnitLimit));
-    unsigned char data[1 + UnitLimit + 1 + RelevanceSize];
-    unsigned char* end = data;
-    *end++ = static_cast<unsigned char>(length);
-    std::memcpy(end, unit, length);
-    end += length;
-    *end++ = inventoryParameter != nullptr && inventoryParameter->isModifiable() ? ModifiableByte : 0;
-    KvNBigEndian::store(end, inventoryParameter == nullptr ? KvUInt32{0} : inventoryParameter->getRelevance());
-    end += RelevanceSize;
+    char data[customLimit];
+    const char* const end = putCustom(data, parameter);
     getBuffer()->writeBuffer(errors, data, static_cast<KvUInt32>(end - data), 1);
+}
+
+bool KvCInventoryBinSerializer::writeUsual(KvCErrorListPool& errors, KvCComposite* root)
+{
+    if (getTraversionMode() != 0)
+        return false;
+    RecordWriter writer(errors, *getBuffer());
+    const auto enter = [&](KvCComposite* node) {
+        KvNPrefetch::readAhead(node);
+        if (writer.hasRoom())
+            writer.writeStart(*node);
+        else
+            CompositeStart(errors, node);
+        const KvCParamList* const list = static_cast<const KvCComposite*>(node)->getParameterList();
+        const auto* place = list == nullptr ? nullptr : list->getFront();
+        for (; place != nullptr; place = place->getNext()) {
+            const KvCParam* const parameter = place->getContent();
+            KvNPrefetch::readAhead(place);
+            const auto custom = [parameter](char* at) { return isCustom(parameter) ? putCustom(at, parameter) : at; };
+            if (parameter == nullptr || (writer.hasRoom() && writer.writeParameter(*parameter, custom)))
+                continue;
+            writer.commit();
+            CompositeParameter(errors, parameter);
+        }
+        return true;
+    };
+    const auto leave = [&](KvCComposite* node) {
+        if (writer.hasRoom())
+            writer.writeEnd();
+        else
+            CompositeEnd(errors, node);
+        return true;
+    };
+    KvNCompositeWalk::walk(root, enter, leave);
+    return true;
 }
 
 KvCInventoryBinDeSerializer::~KvCInventoryBinDeSerializer()
@@ -73,9 +128,9 @@ void KvCInventoryBinDeSerializer::handleCustomParameter(KvCErrorListPool& errors
     buffer.readBuffer(errors, unit, length, 1);
     buffer.readBuffer(errors, &isModifiable, 1);
     buffer.readBuffer(errors, &relevance, RelevanceSize);
-    auto* inventoryParameter = dynamic_cast<KvCInventoryParameter*>(parameter);
-    if (inventoryParameter == nullptr || watch.grew())
+    if (!parameter->isMarked() || watch.grew())
         return;
+    auto* const inventoryParameter = static_cast<KvCInventoryParameter*>(parameter);
     inventoryParameter->setUnit(unit);
     inventoryParameter->setModifiableFlag(isModifiable != 0);
     inventoryParameter->setRelevance(relevance);

@@ -26,6 +26,9 @@ class KvCInventoryBinSerializer final : public KvCBinSerializer
 public:
     using KvCBinSerializer::KvCBinSerializer;
     void handleCustomParameter(KvCErrorListPool& errors, const KvCParam* parameter) override;
+
+protected:
+    bool writeUsual(KvCErrorListPool& errors, KvCComposite* root) override;
 };
 
 /** Reads inventory trees into new ones: every parameter is an inventory parameter, also one whose record has no custom

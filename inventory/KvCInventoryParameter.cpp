@@ -46,9 +46,9 @@ KvCInventoryParameter::KvCInventoryParameter(KvNElement::Type<T>, KvCErrorListPo
                                              const char* unit, bool modifiable, KvUInt32 relevance)
     : KvCParam(errors, id.getCategoryAt(0), describe(id.getCategoryAt(0), description), KvNElement::CustomFlag, value,
                nullptr),
-      m_isModifiable(modifiable),
       m_relevance(relevance)
 {
+    setModifiableFlag(modifiable);
     init(errors, id, description);
     if (!storeUnit(unit, copyOrigin))
         KV_REPORT(errors, OutOfMemory, "KvCInventoryParameter::init");
@@ -85,8 +85,9 @@ KvCInventoryParameter::KvCInventoryParameter() : KvCParam(KvNReport::masterList(
 }
 
 KvCInventoryParameter::KvCInventoryParameter(const KvCInventoryParameter& other)
-    : KvCParam(other), m_isModifiable(other.m_isModifiable), m_relevance(other.m_relevance)
+    : KvCParam(other), m_relevance(other.m_relevance)
 {
+    setModifiableFlag(other.isModifiable());
     setMarked();
     if (!storeUnit(other.getUnit(), copyOrigin))
         setStateBit(ConstructionFailedBit);
@@ -113,7 +114,7 @@ KvCInventoryParameter& KvCInventoryParameter::operator=(const KvCInventoryParame
         return *this;
     KvCParam::operator=(other);
     setUnit(other.getUnit());
-    m_isModifiable = other.m_isModifiable;
+    setModifiableFlag(other.isModifiable());
     m_relevance = other.m_relevance;
     setCheckWriteUpdateFunction(other.getCheckFunction(), other.getWriteFunction(), other.getUpdateFunction());
     deleteDesignatedValue();
@@ -156,6 +157,8 @@ bool KvCInventoryParameter::storeUnit(const char* unit, const char* origin)
     }
     m_unit = stored;
     setHoldsMore(isLong);
+    if (!isLong)
+        noteUnitLength(static_cast<KvUInt32>(length));
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/KvCString.h"
+#include "base/ShortCopy.h"
 #include "composite/KvCParam.h"
 #include "inventory/KvCInventoryAddress.h"
 #include "platform/KvExport.h"
@@ -74,11 +75,16 @@ public:
 
     /** The unit, never null; valid until it changes. */
     const char* getUnit() const { return holdsMore() ? m_unit.block : m_unit.text; }
+    /** The unit's length in bytes. */
+    std::size_t getUnitLength() const
+    {
+        return holdsMore() ? std::strlen(m_unit.block) : shortUnit - static_cast<unsigned char>(m_unit.text[shortUnit]);
+    }
     /** `unit` is copied; null is the empty text. When memory is out the unit is empty and 0x603000 is on the master
         error list. */
     void setUnit(const char* unit) { storeUnit(unit, "KvCString::operator ="); }
-    bool isModifiable() const { return m_isModifiable; }
-    void setModifiableFlag(bool modifiable) { m_isModifiable = modifiable; }
+    bool isModifiable() const { return getDerivedFlag(); }
+    void setModifiableFlag(bool modifiable) { setDerivedFlag(modifiable); }
     KvUInt32 getRelevance() const { return m_relevance; }
     void setRelevance(KvUInt32 relevance) { m_relevance = relevance; }
 
@@ -152,10 +158,12 @@ private:
     /** Without a value yet; a unit of at most shortUnit characters. */
     KvCInventoryParameter(const Fresh& fresh, const char* unit, KvUInt32 unitLength, bool modifiable,
                           KvUInt32 relevance) noexcept
-        : KvCParam(fresh), m_isModifiable(modifiable), m_relevance(relevance)
+        : KvCParam(fresh), m_relevance(relevance)
     {
         setMarked();
-        std::memcpy(m_unit.text, unit, unitLength);
+        setModifiableFlag(modifiable);
+        copyShort(m_unit.text, unit, unitLength);
+        noteUnitLength(unitLength);
     }
     void init(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description);
 
@@ -177,14 +185,16 @@ private:
     KvCString getName() const;
 
     static constexpr KvUInt32 shortUnit = 7;
-    /** A unit of up to 7 characters stands inside the parameter, a longer one in a block of its own (holdsMore). */
+    /** A unit of up to 7 characters stands inside the parameter, a longer one in a block of its own (holdsMore). The
+        last byte of `text` is how many characters it lacks, which is the NUL of one that is full. */
     union Unit
     {
-        char text[shortUnit + 1] = {};
+        char text[shortUnit + 1] = {0, 0, 0, 0, 0, 0, 0, shortUnit};
         char* block;
     };
 
-    bool m_isModifiable = false;
+    void noteUnitLength(KvUInt32 length) { m_unit.text[shortUnit] = static_cast<char>(shortUnit - length); }
+
     KvUInt32 m_relevance = 0;
     Unit m_unit;
 };

@@ -4,6 +4,7 @@
 
 #include "base/KvCBuffer.h"
 #include "base/Report.h"
+#include "base/ShortCopy.h"
 #include "composite/EncodedValue.h"
 #include "inventory/InventoryStream.h"
 #include "inventory/KvCInventoryItem.h"
@@ -38,6 +39,7 @@ public:
     Description(KvUInt32 id, const char* bytes, KvUInt32 size)
         : m_shared(size == 0 ? "" : KvNInventoryIDs::predefinedName(id, bytes, size)), m_bytes(bytes)
     {
+        m_length = size == 0 ? 0 : size - 1;
         if (m_shared != nullptr)
             return;
         const void* const end = std::memchr(bytes, '\0', size);
@@ -45,14 +47,16 @@ public:
     }
 
     bool isShared() const { return m_shared != nullptr; }
+    /** With its NUL. */
+    KvUInt32 size() const { return m_length + 1; }
     /** Bytes needed behind the object. */
-    std::size_t room() const { return isShared() ? 0 : m_length + std::size_t{1}; }
+    std::size_t room() const { return isShared() ? 0 : size(); }
     /** The text, copied to `behind` unless it is shared. */
     const char* text(char* behind) const
     {
         if (isShared())
             return m_shared;
-        std::memcpy(behind, m_bytes, m_length);
+        copyShort(behind, m_bytes, m_length);
         behind[m_length] = '\0';
         return behind;
     }
@@ -178,9 +182,9 @@ KvCInventoryBinDeSerializer::UsualReader::Result KvCInventoryBinDeSerializer::Us
         return Result::Stopped;
     }
     const char* const text = description.text(static_cast<char*>(room.memory) + sizeof(StreamParameter));
-    auto* const parameter =
-        new (room.memory) StreamParameter({id, type, text, description.isShared(), room.place}, custom + 1, unitLength,
-                                          custom[1 + unitLength] != 0, numberAt(custom + 1 + unitLength + 1));
+    auto* const parameter = new (room.memory)
+        StreamParameter({id, type, text, description.size(), description.isShared(), room.place}, custom + 1,
+                        unitLength, custom[1 + unitLength] != 0, numberAt(custom + 1 + unitLength + 1));
     if (!value.makeAt(parameter->valueRoom())) {
         at = record + valueEnd;
         delete parameter;
@@ -213,7 +217,8 @@ KvCInventoryBinDeSerializer::UsualReader::Result KvCInventoryBinDeSerializer::Us
         return Result::Stopped;
     }
     const char* const text = description.text(static_cast<char*>(room.memory) + sizeof(StreamItem));
-    reader.enterNewChild(new (room.memory) StreamItem({classId, unitId, text, description.isShared(), room.place}));
+    reader.enterNewChild(
+        new (room.memory) StreamItem({classId, unitId, text, description.size(), description.isShared(), room.place}));
     return Result::Read;
 }
 
