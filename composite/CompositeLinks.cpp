@@ -1,6 +1,7 @@
 #include "composite/CompositeLinks.h"
 
 #include "composite/FreshTree.h"
+#include "platform/KvPrefetch.h"
 
 using Access = KvNCompositeAccess;
 
@@ -393,10 +394,12 @@ void Access::destroyChildren(Node* root)
         dropIndexes(node);
         while (node->m_firstChild != nullptr) {
             node = node->m_firstChild;
+            KvNPrefetch::readAhead<256>(node);
             dropIndexes(node);
         }
         if (node == root)
             return;
+        KvNPrefetch::readBack<256>(node);
         Node* const above = holder(node);
         KvNFreshTree::destroyFirstChild(*above, *node, releases);
         node = above;

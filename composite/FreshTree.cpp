@@ -1,6 +1,7 @@
 #include "composite/FreshTree.h"
 
 #include "composite/CompositeLinks.h"
+#include "platform/KvPrefetch.h"
 
 void KvNFreshTree::append(KvCComposite& parent, KvCComposite& node)
 {
@@ -19,6 +20,7 @@ void KvNFreshTree::clear(KvCParamList& list, ObjectSlabs::Releases& releases)
     while (node != nullptr) {
         KvPListNode<KvCParam*>* const next = node->m_next;
         KvCParam* parameter = node->m_content;
+        KvNPrefetch::readAhead<128>(node);
         if (parameter != nullptr && parameter->m_place != 0 && parameter->m_attachments == 1) {
             const KvUInt32 place = parameter->m_place;
             empty(*parameter);

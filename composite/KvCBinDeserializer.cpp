@@ -10,6 +10,7 @@
 #include "composite/StreamFormat.h"
 #include "composite/StreamReader.h"
 #include "composite/ValueCodec.h"
+#include "platform/KvPrefetch.h"
 
 using namespace KvNStream;
 
@@ -218,6 +219,7 @@ void KvCBinDeserializer::CompositeStart(KvCErrorListPool& errors)
 
 void KvCBinDeserializer::leaveElement()
 {
+    KvNPrefetch::readBack<256>(&m_actElement->m_parent);
     m_actElement = m_actElement->getParent();
     m_fresh.element = nullptr;
 }

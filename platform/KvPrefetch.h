@@ -5,27 +5,42 @@
 #endif
 
 /**
- * Hints to the processor's cache; they change nothing else, and any address may be given.
+ * Hints to the processor's cache; they change nothing else, and any address may be given. Objects that were made one
+ * after another mostly stand so in memory: a walk along their links sees only the next one, and these functions see
+ * further.
  */
 namespace KvNPrefetch {
 
-/** The bytes some way behind `object` will be read soon: objects that were made one after another stand so in memory,
-    and a walk along their links sees only the next one. */
-inline void readAhead(const void* object)
+inline constexpr int cacheLine = 64;
+/** Far enough for memory to answer meanwhile. */
+inline constexpr int distance = 8 * cacheLine;
+
+inline void touch(const char* bytes)
 {
-    constexpr int distance = 512;
-    constexpr int line = 64;
-    const auto* const ahead = static_cast<const char*>(object) + distance;
 #if defined(__GNUC__)
-    __builtin_prefetch(ahead);
-    __builtin_prefetch(ahead + line);
+    __builtin_prefetch(bytes);
 #elif defined(_MSC_VER) && (defined(_M_X64) || defined(_M_IX86))
-    _mm_prefetch(ahead, _MM_HINT_T0);
-    _mm_prefetch(ahead + line, _MM_HINT_T0);
+    _mm_prefetch(bytes, _MM_HINT_T0);
 #else
-    static_cast<void>(ahead);
-    static_cast<void>(line);
+    static_cast<void>(bytes);
 #endif
+}
+
+/** What was made some time after `object` will be needed soon; from one object of the walk to the next lie some `step`
+    bytes. */
+template <int step>
+void readAhead(const void* object)
+{
+    for (int place = 0; place < step; place += cacheLine)
+        touch(static_cast<const char*>(object) + distance + place);
+}
+
+/** The same for what was made some time before `object`. */
+template <int step>
+void readBack(const void* object)
+{
+    for (int place = 0; place < step; place += cacheLine)
+        touch(static_cast<const char*>(object) - distance - place);
 }
 
 }  // namespace KvNPrefetch
