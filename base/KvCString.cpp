@@ -31,12 +31,30 @@ char* KvCString::make(std::size_t length, const char* origin)
         KV_REPORT(KvNReport::masterList(), StringBufferOutOfMemory, origin);
         return nullptr;
     }
+    hold(pointer, length);
+    return pointer;
+}
+
+/** Becomes the long text in a block of its own, and ends it with a NUL. */
+void KvCString::hold(char* pointer, std::size_t length) noexcept
+{
     pointer[length] = '\0';
     const auto stored = static_cast<unsigned int>(length);
     std::memcpy(m_bytes, &pointer, sizeof pointer);
     std::memcpy(m_bytes + lengthAt, &stored, sizeof stored);
     m_bytes[capacity] = 1;
-    return pointer;
+}
+
+KvCString KvCString::fromBlock(char* block, unsigned int length) noexcept
+{
+    KvCString text;
+    if (length > capacity) {
+        text.hold(block, length);
+        return text;
+    }
+    std::memcpy(text.m_bytes, block, length);
+    KvNAllocation::release(block);
+    return text;
 }
 
 void KvCString::set(const char* s, std::size_t length, const char* origin)

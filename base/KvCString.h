@@ -43,6 +43,10 @@ public:
             KvNAllocation::release(block());
     }
 
+    /** The text of `length` bytes, none of them NUL, in a block of KvNAllocation with room for at least one byte more,
+        which the string takes over. */
+    static KvCString fromBlock(char* block, unsigned int length) noexcept;
+
     KvCString& operator=(const KvCString& other);
     /** Kept: the old text is released before `s` is read, so `s` must not point into this string. */
     KvCString& operator=(const char* s);
@@ -114,6 +118,7 @@ private:
         return pointer;
     }
     char* make(std::size_t length, const char* origin);
+    void hold(char* pointer, std::size_t length) noexcept;
     void set(const char* s, std::size_t length, const char* origin);
     void copyLong(const KvCString& other, const char* origin);
     KvCString joined(const char* other, std::size_t otherLength) const;

@@ -99,7 +99,9 @@ void keepRemoved(Index*& index, KvCComposite* node)
 KvCComposite* Access::findChild(const Node* parent, KvUInt32 classId, KvUInt32 unitId)
 {
     // Most trees are built in ascending order: what comes behind the last child is not there.
-    if (parent->m_childrenAscend && parent->m_lastChild != nullptr && isBelow(parent->m_lastChild, classId, unitId))
+    const bool isIndexed = parent->m_extra != nullptr && parent->m_extra->children != nullptr;
+    if (!isIndexed && parent->m_childrenAscend && parent->m_lastChild != nullptr &&
+        isBelow(parent->m_lastChild, classId, unitId))
         return nullptr;
     if (parent->m_childCount > IndexThreshold)
         if (Extra* const piece = extra(const_cast<Node*>(parent)))

@@ -69,7 +69,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t smallest = 64;
+    static constexpr std::size_t smallest = 32;
 
     /** Spreads the keys; the table's address is a secret of the run, so that no stream can be made to collide. */
     std::size_t startOf(KvUInt64 key) const
@@ -133,4 +133,4 @@ private:
 };
 
 /** Chains up to this long are searched one by one. */
-inline constexpr KvUInt32 IndexThreshold = 16;
+inline constexpr KvUInt32 IndexThreshold = 8;

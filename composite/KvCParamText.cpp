@@ -1,3 +1,4 @@
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 
@@ -41,7 +42,10 @@ KvCString textOf(KvCErrorListPool& errors, const T& stored)
     T value;
     std::memcpy(&value, &stored, sizeof value);
     char area[areaSize];
-    std::snprintf(area, sizeof area, Traits<T>::format, printable(value));
+    if constexpr (std::is_integral_v<T>)
+        *std::to_chars(area, area + sizeof area, printable(value)).ptr = '\0';
+    else
+        std::snprintf(area, sizeof area, Traits<T>::format, printable(value));
     return checked(errors, area);
 }
 

@@ -1,9 +1,12 @@
 #include <algorithm>
-#include <cstdarg>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
+#include <utility>
 
 #include "base/Report.h"
+#include "base/ShortCopy.h"
 #include "composite/CompositeWalk.h"
 #include "inventory/KvCInventoryItem.h"
 #include "inventory/ids/KvNInventoryIDs.h"
@@ -15,8 +18,6 @@ using namespace KvNInventoryItem;
 
 namespace {
 
-/** The area of formatted pieces; longer ones are cut. */
-constexpr std::size_t formatArea = 1024;
 constexpr std::size_t firstBlock = 1024;
 constexpr std::size_t largestText = 0xFFFFFFFE;
 constexpr int blanksPerLevel = 4;
@@ -48,18 +49,23 @@ public:
     {
         if (m_mode == Mode::Print)
             return std::fwrite(text, 1, length, stdout) == length;
-        if (m_buffer == nullptr || (m_capacity - m_used < length && !grow(length)))
+        if (m_buffer == nullptr || (m_capacity - m_used <= length && !grow(length)))
             return false;
-        std::memcpy(m_buffer + m_used, text, length);
+        copyShort(m_buffer + m_used, text, length);
         m_used += length;
         return true;
     }
-    bool write(const char* text) { return write(text, std::strlen(text)); }
-    bool format(const char* pattern, ...);
+    bool write(std::string_view text) { return write(text.data(), text.size()); }
+    bool number(KvUInt32 value)
+    {
+        char digits[12];
+        const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
+        return write(digits, static_cast<std::size_t>(end.ptr - digits));
+    }
 
-    /** The text collected; not terminated. */
-    const char* data() const { return m_buffer; }
     std::size_t size() const { return m_used; }
+    /** The block that holds the text and has room for its NUL; the caller's from now on, null after a failure. */
+    char* takeBlock() { return std::exchange(m_buffer, nullptr); }
 
 private:
     /** Makes room for `length` more bytes, and for half of what there is so that a long text costs linear time. */
@@ -84,16 +90,6 @@ private:
     std::size_t m_capacity = 0;
     std::size_t m_used = 0;
 };
-
-bool KvCInventoryItem::MyStream::format(const char* pattern, ...)
-{
-    char area[formatArea];
-    std::va_list arguments;
-    va_start(arguments, pattern);
-    const int length = std::vsnprintf(area, sizeof area, pattern, arguments);
-    va_end(arguments);
-    return length >= 0 && write(area, std::min(static_cast<std::size_t>(length), sizeof area - 1));
-}
 
 /** Writes one tree with one set of flags; each operation is false as soon as a write fails. */
 class KvCInventoryItem::TextWriter
@@ -122,9 +118,9 @@ public:
 private:
     bool has(int flag) const { return (m_flags & flag) != 0; }
     bool hasAll(int flags) const { return (m_flags & flags) == flags; }
-    bool text(const char* piece) { return m_stream.write(piece); }
+    bool text(std::string_view piece) { return m_stream.write(piece); }
     /** A piece of the markup, left out in the plain form. */
-    bool tag(const char* piece) { return m_isPlain || text(piece); }
+    bool tag(std::string_view piece) { return m_isPlain || text(piece); }
 
     bool indent(int level)
     {
@@ -146,7 +142,7 @@ private:
             if (!has(TextUnnamedAsNumber))
                 return text(description);
         }
-        return m_stream.format("%lu", static_cast<unsigned long>(category));
+        return m_stream.number(category);
     }
 
     bool isDescribed(KvUInt32 category, int suppress, int always) const
@@ -158,7 +154,7 @@ private:
     }
 
     /** ` ATTRIBUTE="`; in the plain form a blank when something stands before it. */
-    bool openAttribute(const char* opening, bool isBehindText)
+    bool openAttribute(std::string_view opening, bool isBehindText)
     {
         return m_isPlain ? !isBehindText || text(" ") : text(opening);
     }
@@ -188,8 +184,8 @@ private:
         if (!openAttribute(" ID=\"", false) || !name(item.getClassId(), item.getDescription()))
             return false;
         const KvUInt32 index = item.getUnitId();
-        if ((index != 1 || has(TextIndexAlways)) &&
-            !m_stream.format(has(TextDottedIndex) ? ".%lu" : "[%lu]", static_cast<unsigned long>(index)))
+        if ((index != 1 || has(TextIndexAlways)) && !(text(has(TextDottedIndex) ? "." : "[") &&
+                                                      m_stream.number(index) && text(has(TextDottedIndex) ? "" : "]")))
             return false;
         return tag("\"");
     }
@@ -228,15 +224,14 @@ private:
                tag(">") && text("\n");
     }
 
-    bool line(int level, const char* opening, const char* content, const char* closing)
+    bool line(int level, std::string_view opening, std::string_view content, std::string_view closing)
     {
         return indent(level) && tag(opening) && text(content) && tag(closing) && text("\n");
     }
 
     bool relevanceLine(const KvCInventoryParameter& one, int level)
     {
-        return indent(level) && tag("<RELEVANCE>") &&
-               m_stream.format("%lu", static_cast<unsigned long>(one.getRelevance())) && tag("</RELEVANCE>") &&
+        return indent(level) && tag("<RELEVANCE>") && m_stream.number(one.getRelevance()) && tag("</RELEVANCE>") &&
                text("\n");
     }
 
@@ -326,9 +321,9 @@ KvCString KvCInventoryItem::toString(KvCErrorListPool& errors, int flags, int le
 {
     MyStream stream(MyStream::Mode::Collect);
     if (writeToStream(errors, flags, level, stream)) {
-        KvCString text(stream.data(), static_cast<unsigned int>(stream.size()));
-        if (text.length() == stream.size())
-            return text;
+        const auto length = static_cast<unsigned int>(stream.size());
+        if (char* const block = stream.takeBlock())
+            return KvCString::fromBlock(block, length);
     }
     KV_REPORT(errors, TreeTextFailed, "KvCInventoryItem::toString");
     return KvCString();

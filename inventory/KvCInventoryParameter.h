@@ -155,15 +155,22 @@ private:
         KvUInt32 value;
     };
     KvCInventoryParameter(KvCErrorListPool& errors, KvUInt32 id, const char* description, TypeWord typeWord);
-    /** Without a value yet; a unit of at most shortUnit characters. */
-    KvCInventoryParameter(const Fresh& fresh, const char* unit, KvUInt32 unitLength, bool modifiable,
-                          KvUInt32 relevance) noexcept
-        : KvCParam(fresh), m_relevance(relevance)
+    /** What a record adds behind the value; a unit of at most shortUnit characters, without a NUL. */
+    struct CustomData
+    {
+        const char* unit;
+        KvUInt32 unitLength;
+        bool isModifiable;
+        KvUInt32 relevance;
+    };
+    /** Without a value yet. */
+    KvCInventoryParameter(const Fresh& fresh, const CustomData& data) noexcept
+        : KvCParam(fresh), m_relevance(data.relevance)
     {
         setMarked();
-        setModifiableFlag(modifiable);
-        copyShort(m_unit.text, unit, unitLength);
-        noteUnitLength(unitLength);
+        setModifiableFlag(data.isModifiable);
+        copyShort(m_unit.text, data.unit, data.unitLength);
+        noteUnitLength(data.unitLength);
     }
     void init(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description);
 

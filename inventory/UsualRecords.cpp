@@ -31,6 +31,13 @@ KvUInt32 numberAt(const char* bytes)
     return KvNBigEndian::load<KvUInt32>(bytes);
 }
 
+/** Bytes of a text before its NUL, of `size` at most. */
+KvUInt32 lengthWithin(const char* text, KvUInt32 size)
+{
+    const void* const end = size == 0 ? nullptr : std::memchr(text, '\0', size);
+    return end == nullptr ? size : static_cast<KvUInt32>(static_cast<const char*>(end) - text);
+}
+
 /** The description of a record: a registered name, or a text to be copied behind the object that it describes. */
 class Description
 {
@@ -42,8 +49,7 @@ public:
         m_length = size == 0 ? 0 : size - 1;
         if (m_shared != nullptr)
             return;
-        const void* const end = std::memchr(bytes, '\0', size);
-        m_length = end == nullptr ? size : static_cast<KvUInt32>(static_cast<const char*>(end) - bytes);
+        m_length = lengthWithin(bytes, size);
     }
 
     bool isShared() const { return m_shared != nullptr; }
@@ -73,10 +79,7 @@ private:
 class KvCInventoryBinDeSerializer::StreamParameter final : public KvCInventoryParameter
 {
 public:
-    StreamParameter(const Fresh& fresh, const char* unit, KvUInt32 unitLength, bool isModifiable,
-                    KvUInt32 relevance) noexcept
-        : KvCInventoryParameter(fresh, unit, unitLength, isModifiable, relevance)
-    {}
+    StreamParameter(const Fresh& fresh, const CustomData& data) noexcept : KvCInventoryParameter(fresh, data) {}
     using KvCInventoryParameter::Fresh;
     using KvCParam::valueRoom;
 
@@ -182,9 +185,10 @@ KvCInventoryBinDeSerializer::UsualReader::Result KvCInventoryBinDeSerializer::Us
         return Result::Stopped;
     }
     const char* const text = description.text(static_cast<char*>(room.memory) + sizeof(StreamParameter));
+    const KvCInventoryParameter::CustomData data{custom + 1, lengthWithin(custom + 1, unitLength),
+                                                 custom[1 + unitLength] != 0, numberAt(custom + 1 + unitLength + 1)};
     auto* const parameter = new (room.memory)
-        StreamParameter({id, type, text, description.size(), description.isShared(), room.place}, custom + 1,
-                        unitLength, custom[1 + unitLength] != 0, numberAt(custom + 1 + unitLength + 1));
+        StreamParameter({id, type, text, description.size(), description.isShared(), room.place}, data);
     if (!value.makeAt(parameter->valueRoom())) {
         at = record + valueEnd;
         delete parameter;

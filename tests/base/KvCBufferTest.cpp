@@ -245,6 +245,64 @@ TEST_F(Buffer, GrowsInTheSameStepsForEveryWayOfWriting)
     expectNoError();
 }
 
+TEST_F(Buffer, GrowsInTheSameStepsForBytesThatAreCommitted)
+{
+    rc::check("committed bytes leave the buffer as small writes do", [] {
+        KvCErrorListPool reports;
+        KvCBuffer written(reports);
+        KvCBuffer committed(reports);
+        for (int round = *rc::gen::inRange(0, 8); round > 0; --round) {
+            const auto fields = *rc::gen::container<std::vector<std::string>>(rc::gen::container<std::string>(
+                static_cast<std::size_t>(*rc::gen::inRange(1, 257)), rc::gen::just('f')));
+            KvUInt32 total = 0;
+            for (const std::string& field : fields)
+                total += static_cast<KvUInt32>(field.size());
+            char* at = committed.reserve(reports, total);
+            RC_ASSERT(at != nullptr);
+            RC_ASSERT(committed.getReserve() >= total);
+            for (const std::string& field : fields) {
+                written.writeBuffer(reports, field.data(), static_cast<KvUInt32>(field.size()), 1);
+                at += field.copy(at, field.size());
+            }
+            committed.commit(at);
+            RC_ASSERT(committed.getOccupiedSize() == written.getOccupiedSize());
+            RC_ASSERT(committed.getSize() == written.getSize());
+            RC_ASSERT(std::string(committed.getStartPointer(), committed.getSize()) ==
+                      std::string(written.getStartPointer(), written.getSize()));
+        }
+        RC_ASSERT(reports.getErrorCount() == 0U);
+    });
+}
+
+TEST_F(Buffer, KeepsWhatStandsBehindCommittedBytes)
+{
+    fill(700);
+    buffer.setWritePointer(errors, buffer.getStartPointer() + 10);
+    char* const at = buffer.reserve(errors, 5);
+    ASSERT_NE(at, nullptr);
+    *at = 'c';
+    buffer.commit(at + 1);
+    EXPECT_EQ(buffer.getOccupiedSize(), 11U);
+    EXPECT_EQ(buffer.getSize(), 1024U);
+    EXPECT_EQ(buffer.getStartPointer()[10], 'c');
+    EXPECT_EQ(buffer.getStartPointer()[11], buffer.getStartPointer()[699]);
+    expectNoError();
+}
+
+TEST_F(Buffer, ReservesNothingWithoutABlockAndWhenMemoryIsOut)
+{
+    {
+        const FailingAllocation first(1);
+        EXPECT_EQ(buffer.reserve(errors, 100000), nullptr);
+    }
+    EXPECT_EQ(errors.getErrorCode(0), 0x401U);
+    errors.clear();
+    EXPECT_EQ(buffer.getSize(), 1024U);
+    buffer.clearBuffer();
+    EXPECT_EQ(buffer.reserve(errors, 1), nullptr);
+    expectNoError();
+}
+
 TEST_F(Buffer, GrowsByWhatIsWrittenWhenItDoesNotFit)
 {
     fill(2000);
