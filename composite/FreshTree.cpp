@@ -21,7 +21,9 @@ void KvNFreshTree::clear(KvCParamList& list, ObjectSlabs::Releases& releases)
         KvPListNode<KvCParam*>* const next = node->m_next;
         KvCParam* parameter = node->m_content;
         KvNPrefetch::readAhead<128>(node);
-        if (parameter != nullptr && parameter->m_place != 0 && parameter->m_attachments == 1) {
+        // A parameter that was in another list before may stand here with a node of the list's own.
+        const bool isOwnNode = parameter != nullptr && node == static_cast<KvPListNode<KvCParam*>*>(parameter);
+        if (isOwnNode && parameter->m_place != 0 && parameter->m_attachments == 1) {
             const KvUInt32 place = parameter->m_place;
             empty(*parameter);
             releases.add(parameter, place);

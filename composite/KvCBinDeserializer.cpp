@@ -113,6 +113,8 @@ void KvCBinDeserializer::deserialize(KvCErrorListPool& errors)
         dropFreeParameter();
         const UsualRecords usual = readUsual(errors);
         if (usual.isStopped) {
+            if (usual.tag == ParameterTag)
+                m_actParameter = nullptr;
             reportStop(errors, usual.tag);
             return;
         }
@@ -177,6 +179,9 @@ void KvCBinDeserializer::addNewParameter(KvCParam* parameter)
 void KvCBinDeserializer::enterNewChild(KvCComposite* child)
 {
     KvNFreshTree::append(*m_actElement, *child);
+    // A stream read below the root of an earlier one starts here.
+    if (m_serializationRoot == nullptr)
+        m_serializationRoot = child;
     m_actElement = child;
     m_fresh.element = nullptr;
 }

@@ -311,6 +311,56 @@ TEST(UsualRecords, AReadTreeIsTakenApartInAnyOrder)
     EXPECT_EQ(errors.getErrorCount(), 0u);
 }
 
+TEST(UsualRecords, AParameterThatMovedThroughTheListOfAnotherNodeLeavesNothingBehind)
+{
+    KvCErrorListPool errors;
+    KvCBuffer buffer(errors);
+    const Bytes bytes = streamOf(*makeTree());
+    buffer.writeBuffer(errors, bytes.data(), static_cast<KvUInt32>(bytes.size()), 1);
+    KvCInventoryItem* root = nullptr;
+    KvCInventoryItemFactory(errors).deserialize(errors, root, &buffer);
+    const ItemOwner owner(root);
+    ASSERT_NE(root, nullptr);
+
+    KvCInventoryParameter* const moved = root->getParameter(916);
+    ItemOwner later = makeItem(CPU);
+    later->KvCComposite::addParameter(errors, moved);
+    root->removeParameter(errors, 916);
+    EXPECT_EQ(moved->getAttachmentCounter(), 1);
+    EXPECT_EQ(later->getParameter(916), moved);
+    later.reset();
+    EXPECT_EQ(root->getParameter(916), nullptr);
+    EXPECT_EQ(errors.getErrorCount(), 0u);
+}
+
+TEST(UsualRecords, ASecondStreamBelowTheRootOfTheFirstStartsAtItsOwnFirstNode)
+{
+    const Bytes first{1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 0, 2};
+    const Bytes second{1, 0, 0, 0, 2, 0, 0, 0, 1, 1, 0, 1, 0, 0, 0, 3, 0, 0, 0, 1, 1, 0, 2, 2};
+    KvCErrorListPool errors;
+    KvCInventoryItemFactory factory(errors);
+    OwnFactory own(errors);
+    for (KvCInventoryItemFactory* each : {&factory, static_cast<KvCInventoryItemFactory*>(&own)}) {
+        KvCErrorListPool list;
+        KvCBuffer buffer(list);
+        KvCInventoryBinDeSerializer reader(list);
+        reader.setBuffer(&buffer);
+        // The base is not public: only this cast gets there.
+        reader.setFactory((KvCCompositeFactory*)each);
+        buffer.writeBuffer(list, first.data(), static_cast<KvUInt32>(first.size()), 1);
+        reader.deserialize(list);
+        KvCComposite* const root = reader.getRoot();
+        ASSERT_NE(root, nullptr);
+        buffer.setWritePointer(list, buffer.getStartPointer());
+        buffer.writeBuffer(list, second.data(), static_cast<KvUInt32>(second.size()), 1);
+        reader.deserialize(list);
+        EXPECT_EQ(list.getErrorCount(), 0u);
+        EXPECT_EQ(reader.getRoot(), root);
+        ASSERT_NE(root->getChild(), nullptr);
+        EXPECT_EQ(reader.getSerializationRoot(), root->getChild());
+    }
+}
+
 TEST(UsualRecords, EveryAllocationThatFailsWhileReadingIsReportedOrMakesNoDifference)
 {
     const Bytes bytes = streamOf(*makeTree());
