@@ -67,6 +67,8 @@ struct KvSRemoteFileHandle
 };
 
 class BoardCall;
+class ScanOfBoards;
+class ScanTurn;
 
 }  // namespace KvNInventoryManager
 
@@ -247,6 +249,7 @@ public:
 
 private:
     friend class KvNInventoryManager::BoardCall;
+    friend class KvNInventoryManager::ScanOfBoards;
     friend class KvCInventoryManagerProbe;  // the tests' door to the private operations
 
     KvCInventoryManager() = default;
@@ -272,6 +275,9 @@ private:
     /** The board's tree, the caller's; null on failure. The board's status word is not looked at: the tree decides. */
     long scan(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client, const KvCString& boardDescription,
               KvCInventoryItem*& tree, bool flag) const;
+    /** The same, of which the work behind the reply's coming waits for its turn (null: begins at once). */
+    long scan(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client, const KvCString& boardDescription,
+              KvCInventoryItem*& tree, bool flag, KvNInventoryManager::ScanTurn* turn) const;
     long readParameter(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
                        const KvCInventoryAddress& address, KvCInventoryParameter& parameter) const;
     template <class T>
@@ -324,9 +330,4 @@ private:
     /** Puts a local file on the board under a name that the board gave. 0x1600812, 0x1600827, 0x1600814. */
     void putFile(KvCErrorListPool& errors, void* deviceHandle, const wchar_t* localPath, const char* directory,
                  const char* fileName, void (*progress)(unsigned int, void*), void* context) const;
-
-    /** Scans one board after the other and hangs their trees under `root`; what both forms of scan are made of. Returns
-        what scan() goes by, and fills `boards`, which has an entry for each board, when there are any. */
-    bool scanEach(KvCErrorListPool& errors, const char* origin, const KvCInventoryRootHandle& rootHandle,
-                  KvCInventoryItem& root, KvNInventoryManager::KvTBoardScans* boards) const;
 };

@@ -5,6 +5,9 @@
 #include "platform/errorhandling/KvCErrorList.h"
 
 struct KvDALSDeviceInfo;
+namespace KvNInventoryManager {
+class ScanOfBoards;
+}
 
 /**
  * The boards that one inventory operation covers: device handles of the device access library, each with its board's
@@ -48,6 +51,7 @@ public:
 
 private:
     friend class KvCInventoryManager;
+    friend class KvNInventoryManager::ScanOfBoards;
 
     struct Boards;
 

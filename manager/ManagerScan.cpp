@@ -1,36 +1,97 @@
 #include <new>
+#include <optional>
 
 #include "inventory/ids/KvNInventoryIDs.h"
 #include "manager/ReceivedBlock.h"
+#include "manager/ScanOfBoards.h"
 
 /* The trees of boards, and all of them as one. */
 
-using KvNInventoryManager::KvSBoardScan;
 using KvNInventoryManager::KvTBoardScans;
 using KvNInventoryManager::RemoteCall;
-using KvNInventoryRpc::Opaque;
+using KvNInventoryManager::ScanOfBoards;
+using KvNInventoryManager::ScanTurn;
 namespace Procedure = KvNInventoryRpc::Procedure;
+
+namespace {
+
+/** Puts a board's tree into a buffer while it lies where it was received. What goes wrong is kept until it is known
+   that the call has succeeded. */
+class ReceivedTree final : public KvNInventoryRpc::TreeReceiver
+{
+public:
+    explicit ReceivedTree(ScanTurn* turn) : m_turn(turn) {}
+
+    void onReply() override
+    {
+        if (m_turn != nullptr)
+            m_turn->take();
+    }
+
+    void onTree(const char* bytes, KvUInt32 length) override
+    {
+        m_buffer.emplace(m_errors);
+        m_created = m_errors.getErrorCount() == 0;
+        if (m_created)
+            m_buffer->writeBuffer(m_errors, bytes, length, 1, -1);
+    }
+
+    /** The buffer with the tree, or null: 0x1600816, 0x1600817. */
+    KvCBuffer* buffer(KvCErrorListPool& errors, const char* origin)
+    {
+        if (m_errors.getErrorCount() == 0)
+            return &*m_buffer;
+        errors.takeOver(m_errors);
+        if (m_created)
+            KV_REPORT(errors, RemoteBufferWriteFailed, origin);
+        else
+            KV_REPORT(errors, RemoteBufferNotCreated, origin);
+        return nullptr;
+    }
+
+private:
+    ScanTurn* m_turn;
+    std::optional<KvCBuffer> m_buffer;
+    KvCErrorListPool m_errors;
+    bool m_created = false;
+};
+
+}  // namespace
 
 long KvCInventoryManager::scan(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
                                const KvCString& boardDescription, KvCInventoryItem*& tree, bool flag) const
 {
+    return scan(errors, client, boardDescription, tree, flag, nullptr);
+}
+
+long KvCInventoryManager::scan(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF1Client& client,
+                               const KvCString& boardDescription, KvCInventoryItem*& tree, bool flag,
+                               ScanTurn* turn) const
+{
     constexpr const char* origin = "KvCInventoryManager::scan";
     tree = nullptr;
-    RemoteCall<KvInventoryManagerRpcIFScanResult> remote(errors, client, origin, Procedure::scan);
-    if (!remote.call(KvNInventoryRpc::scan, flag))
+    ReceivedTree received(turn);
+    RemoteCall<KvInventoryManagerRpcIFScanReply> remote(errors, client, origin, Procedure::scan);
+    const auto stub = [&received](auto& board, auto& list, bool argument, auto& result) {
+        return KvNInventoryRpc::scan(board, list, argument, received, result);
+    };
+    if (!remote.call(stub, flag))
         return -1;
-    const Opaque& block = remote.result().tree;
-    if (block.length == 0) {
+    if (remote.result().treeLength == 0) {
         KV_REPORT(errors, ScanResultEmpty, origin, boardDescription);
         return -1;
     }
+    KvCBuffer* buffer = received.buffer(errors, origin);
+    if (buffer == nullptr)
+        return -1;
+    remote.release();
     bool good = true;
-    const auto read = [&](KvCInventoryItemFactory& factory, KvCBuffer& buffer) {
+    const auto read = [&](KvCInventoryItemFactory& factory, KvCBuffer& stream) {
         const KvNReport::Watch reading(errors);
-        factory.deserialize(errors, tree, &buffer);
+        factory.deserialize(errors, tree, &stream);
         good = !reading.grew();
     };
-    if (!readBlock(errors, origin, remote, block, read))
+    if (!KvNInventoryManager::readBuffer(errors, origin, *buffer, read))
         return -1;
     if (!good) {
         KV_REPORT(errors, ReceivedInventoryInvalid, origin, boardDescription);
@@ -60,47 +121,7 @@ KvCInventoryItem* makeRoot(KvCErrorListPool& errors, const char* origin)
     return nullptr;
 }
 
-/** Hangs a board's tree under the root. One that finds no place, because a board before it has the same address, is
-    deleted and reported. */
-bool addBoard(KvCErrorListPool& errors, const char* origin, KvCInventoryItem& root, KvCInventoryItem* tree)
-{
-    if (root.addItem(KvNInventoryIDs::THIS_NODE, tree) != nullptr)
-        return true;
-    KV_REPORT(errors, ItemNotAdded, origin, tree->getID().toString(), root.getAddress().toString());
-    delete tree;
-    return false;
-}
-
 }  // namespace
-
-bool KvCInventoryManager::scanEach(KvCErrorListPool& errors, const char* origin,
-                                   const KvCInventoryRootHandle& rootHandle, KvCInventoryItem& root,
-                                   KvTBoardScans* boards) const
-{
-    bool success = false;
-    for (KvUInt32 i = 0; i < rootHandle.getBoardCount(); ++i) {
-        void* deviceHandle = rootHandle.getCnHandleByOrdinalNumber(errors, i);
-        const KvCString description = getHcnInfo(deviceHandle);
-        KvNInventoryManager::EBoardScan result = KvNInventoryManager::BoardFailed;
-        const KvNReport::Watch connecting(errors);
-        KVINVENTORYMANAGERRPCIF1Client* client = getRPCClient(errors, deviceHandle);
-        if (client == nullptr) {
-            success = false;
-        } else {
-            const KvNReport::Watch scanning(errors);
-            KvCInventoryItem* tree = nullptr;
-            scan(errors, *client, description, tree, false);
-            const bool clean = !scanning.grew();
-            if (tree != nullptr && addBoard(errors, origin, root, tree)) {
-                success = success || clean;
-                result = connecting.grew() ? KvNInventoryManager::BoardIncomplete : KvNInventoryManager::BoardComplete;
-            }
-        }
-        if (boards != nullptr)
-            (*boards)[i] = KvSBoardScan{i, rootHandle.serialNumber(i), result, description};
-    }
-    return success;
-}
 
 long KvCInventoryManager::scan(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
                                KvCInventoryItem*& tree) const
@@ -114,7 +135,7 @@ long KvCInventoryManager::scan(KvCErrorListPool& errors, KvCInventoryRootHandle*
     KvCInventoryItem* root = makeRoot(errors, origin);
     if (root == nullptr)
         return -1;
-    if (!scanEach(errors, origin, *rootHandle, *root, nullptr)) {
+    if (!ScanOfBoards(errors, origin, *rootHandle, *root, nullptr).run()) {
         delete root;
         return -1;
     }
@@ -141,7 +162,7 @@ long KvCInventoryManager::scanBoards(KvCErrorListPool& errors, KvCInventoryRootH
     KvCInventoryItem* root = makeRoot(errors, origin);
     if (root == nullptr)
         return -1;
-    scanEach(errors, origin, *rootHandle, *root, &boards);
+    ScanOfBoards(errors, origin, *rootHandle, *root, &boards).run();
     if (root->getFirstSubItem() == nullptr) {
         delete root;
         return -1;

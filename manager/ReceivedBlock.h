@@ -7,6 +7,20 @@
 
 namespace KvNInventoryManager {
 
+/** Has `read(factory, buffer)` make of a buffer what it can. False when it does not come to that: 0x1600818. */
+template <class Read>
+bool readBuffer(KvCErrorListPool& errors, const char* origin, KvCBuffer& buffer, Read read)
+{
+    const KvNReport::Watch factoryCreation(errors);
+    KvCInventoryItemFactory factory(errors);
+    if (factoryCreation.grew()) {
+        KV_REPORT(errors, RemoteFactoryNotCreated, origin);
+        return false;
+    }
+    read(factory, buffer);
+    return true;
+}
+
 /** Puts the block of a result into a buffer, gives the result back, and has `read(factory, buffer)` make of it what it
     can. False when it does not come to that: 0x1600816 to 0x1600818. */
 template <class Result, class Read>
@@ -26,14 +40,7 @@ bool readBlock(KvCErrorListPool& errors, const char* origin, RemoteCall<Result>&
         return false;
     }
     call.release();
-    const KvNReport::Watch factoryCreation(errors);
-    KvCInventoryItemFactory factory(errors);
-    if (factoryCreation.grew()) {
-        KV_REPORT(errors, RemoteFactoryNotCreated, origin);
-        return false;
-    }
-    read(factory, buffer);
-    return true;
+    return readBuffer(errors, origin, buffer, read);
 }
 
 }  // namespace KvNInventoryManager

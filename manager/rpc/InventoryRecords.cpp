@@ -161,6 +161,20 @@ bool_t xdr_KvInventoryManagerRpcIFScanResult(XDR* xdrs, KvInventoryManagerRpcIFS
     return fieldsOf(xdrs, record->status, record->tree, record->errorList);
 }
 
+bool_t xdr_KvInventoryManagerRpcIFScanReply(XDR* xdrs, KvInventoryManagerRpcIFScanReply* record)
+{
+    if (xdrs->x_op == KvNXdr::XDR_FREE)
+        return field(xdrs, record->errorList);
+    record->receiver->onReply();
+    const char* tree = nullptr;
+    if (!field(xdrs, record->status) || !KvNXdr::xdr_bytesInPlace(xdrs, &tree, &record->treeLength, Unbounded) ||
+        !field(xdrs, record->errorList))
+        return 0;
+    if (KvNXdr::xdrmem_left(xdrs) == 0 && record->treeLength != 0)
+        record->receiver->onTree(tree, record->treeLength);
+    return 1;
+}
+
 bool_t xdr_KvInventoryManagerRpcIFReadParameterResult(XDR* xdrs, KvInventoryManagerRpcIFReadParameterResult* record)
 {
     return fieldsOf(xdrs, record->status, record->parameter, record->errorList);

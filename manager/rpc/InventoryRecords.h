@@ -153,6 +153,33 @@ struct KvInventoryManagerRpcIFScanResult
 };
 KV_WIRE_ROUTINE(KvInventoryManagerRpcIFScanResult)
 
+namespace KvNInventoryRpc {
+
+/** Takes a board's tree where it was received, on the thread that called. */
+class TreeReceiver
+{
+public:
+    /** A reply has come; called before memory is taken for what it holds. */
+    virtual void onReply() = 0;
+    /** The bytes of the tree, of a reply that is whole; valid during this call only. */
+    virtual void onTree(const char* bytes, KvUInt32 length) = 0;
+
+protected:
+    ~TreeReceiver() = default;
+};
+
+}  // namespace KvNInventoryRpc
+
+/** A scan's result of which the tree goes to a receiver, so that it is not copied. For decoding only. */
+struct KvInventoryManagerRpcIFScanReply
+{
+    KvUInt32 status;
+    KvUInt32 treeLength;
+    KvNInventoryRpc::Opaque errorList;
+    KvNInventoryRpc::TreeReceiver* receiver;
+};
+KV_WIRE_ROUTINE(KvInventoryManagerRpcIFScanReply)
+
 struct KvInventoryManagerRpcIFReadParameterResult
 {
     KvUInt32 status;

@@ -8,12 +8,11 @@ namespace KvNInventoryRpc {
 
 namespace {
 
-/** The shape of every stub, behind the filling of its arguments. */
+/** The shape of every stub, behind the filling of its arguments and the zeroing of its result. */
 template <class Result>
-long call(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, Procedure::Number procedure,
-          KvNXdr::xdrproc_t encoder, void* arguments, Result& result)
+long callInto(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, Procedure::Number procedure,
+              KvNXdr::xdrproc_t encoder, void* arguments, Result& result)
 {
-    result = Result{};
     const long outcome = client.clntCall(errors, procedure, encoder, arguments, routine<Result>, &result);
     if (outcome != 0)
         return outcome;
@@ -26,7 +25,8 @@ template <class Arguments, class Result>
 long call(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, Procedure::Number procedure,
           Arguments arguments, Result& result)
 {
-    return call(client, errors, procedure, routine<Arguments>, &arguments, result);
+    result = Result{};
+    return callInto(client, errors, procedure, routine<Arguments>, &arguments, result);
 }
 
 /** XDR routines serve both directions and so take no constant text; encoding does not change it. */
@@ -42,6 +42,15 @@ long scan(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, bool
 {
     return call(client, errors, Procedure::scan,
                 KvInventoryManagerRpcIFScanArguments{static_cast<unsigned char>(flag ? 1 : 0)}, result);
+}
+
+long scan(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, bool flag, TreeReceiver& receiver,
+          KvInventoryManagerRpcIFScanReply& result)
+{
+    KvInventoryManagerRpcIFScanArguments arguments{static_cast<unsigned char>(flag ? 1 : 0)};
+    result = KvInventoryManagerRpcIFScanReply{};
+    result.receiver = &receiver;
+    return callInto(client, errors, Procedure::scan, routine<KvInventoryManagerRpcIFScanArguments>, &arguments, result);
 }
 
 long readParameter(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
@@ -61,7 +70,8 @@ long writeParameterValue(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPoo
 long getLocalAddress(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
                      KvInventoryManagerRpcIFLocalAddressResult& result)
 {
-    return call(client, errors, Procedure::getLocalAddress, &KvNXdr::xdr_void, nullptr, result);
+    result = KvInventoryManagerRpcIFLocalAddressResult{};
+    return callInto(client, errors, Procedure::getLocalAddress, &KvNXdr::xdr_void, nullptr, result);
 }
 
 long apply(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,

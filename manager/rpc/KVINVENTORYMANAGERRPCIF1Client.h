@@ -29,6 +29,10 @@ namespace KvNInventoryRpc {
 KV_EXPORT long scan(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, bool flag,
                     KvInventoryManagerRpcIFScanResult& result);
 
+/** The same, with the tree handed to `receiver` on the way, whatever the call comes to in the end. */
+KV_EXPORT long scan(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors, bool flag, TreeReceiver& receiver,
+                    KvInventoryManagerRpcIFScanReply& result);
+
 KV_EXPORT long readParameter(KVINVENTORYMANAGERRPCIF1Client& client, KvCErrorListPool& errors,
                              KvInventoryManagerRpcIFInventoryAddress address,
                              KvInventoryManagerRpcIFReadParameterResult& result);

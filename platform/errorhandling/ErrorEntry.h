@@ -50,6 +50,20 @@ struct KvCErrorList::Entry
         place += bytesOf(text.length);
     }
 
+    /** Access to the texts in order, as KvCErrorList::append takes it. */
+    class Walk
+    {
+    public:
+        explicit Walk(const Entry& entry) : m_entry(entry), m_place(entry.texts()) {}
+        KvUInt32 arguments() const { return m_entry.arguments; }
+        void restart() { m_place = m_entry.texts(); }
+        KvSErrorText next() { return Entry::next(m_place); }
+
+    private:
+        const Entry& m_entry;
+        const char* m_place;
+    };
+
     const char* origin() const { return texts() + sizeof(KvUInt32); }
 
     /** What the placeholders %1 to %5 stand for: the arguments up to their first NUL. */

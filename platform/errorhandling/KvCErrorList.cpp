@@ -270,6 +270,30 @@ void KvCErrorList::clear()
     drop();
 }
 
+void KvCErrorList::takeOver(KvCErrorList& other) noexcept
+{
+    const Lock lock(*this);
+    const KvUInt32 before = getErrorCount();
+    const KvUInt32 reported = other.getErrorCount();
+    const auto numberOf = [before](KvUInt32 i) { return i > 0xFFFFFFFF - before ? 0xFFFFFFFF : before + i; };
+    makeRoom(m_kept + other.m_kept < m_limit ? m_kept + other.m_kept : m_limit);
+    KvUInt32 moved = 0;
+    other.visit([&](Entry& entry) {
+        const bool own = &entry != other.spare();
+        moved += own ? 1 : 0;
+        if (own && kept() < m_limit && makeRoom(m_kept + 1)) {
+            entry.index = numberOf(entry.index);
+            m_entries[m_kept++] = &entry;
+            other.m_entries[moved - 1] = nullptr;
+            return;
+        }
+        m_count.store(numberOf(entry.index), std::memory_order_relaxed);
+        append(entry.code, entry.line, Entry::Walk(entry));
+    });
+    m_count.store(numberOf(reported), std::memory_order_relaxed);
+    other.drop();
+}
+
 void KvCErrorList::reserve(KvUInt32 entries) noexcept
 {
     const KvUInt32 most = m_limit < defaultLimit ? m_limit : defaultLimit;
@@ -337,9 +361,13 @@ bool KvCErrorList::makeRoom(KvUInt32 entries) noexcept
 
 void KvCErrorList::drop() noexcept
 {
-    visit([](Entry& entry) { KvNAllocation::release(entry.rendered); });
-    for (KvUInt32 i = 0; i < m_kept; ++i)
+    if (m_spareUsed)
+        KvNAllocation::release(spare()->rendered);
+    for (KvUInt32 i = 0; i < m_kept; ++i) {
+        if (m_entries[i] != nullptr)  // null: another list has taken it over
+            KvNAllocation::release(m_entries[i]->rendered);
         KvNAllocation::release(m_entries[i]);
+    }
     KvNAllocation::release(m_entries);
     m_entries = nullptr;
     m_kept = 0;

@@ -118,6 +118,10 @@ public:
     /** Empties the list. */
     void clear();
 
+    /** Appends what was reported to `other`, as if it had been reported here, and empties `other`, which is no master
+        list and not this one. */
+    void takeOver(KvCErrorList& other) noexcept;
+
     /** The entries as the block of docs/formats.md; no bytes mean out of memory. */
     std::vector<unsigned char> serialize() const;
     /** Appends the entries of such a block of `size` bytes; false, and nothing appended, when it is malformed. No bytes

@@ -6,8 +6,8 @@
 #include "platform/KvTypes.h"
 
 /**
- * The few services of the operating system that the library needs below its remote part: a mutex, IPv4 addresses as
- * text, and files whose size is known.
+ * The few services of the operating system that the library needs below its remote part: a mutex, threads
+ * for the time of one operation, IPv4 addresses as text, and files whose size is known.
  */
 namespace KvNRtosAbstraction {
 
@@ -23,6 +23,14 @@ KV_EXPORT bool lockMutex(Mutex* mutex, KvInt32 timeoutMs) noexcept;
 KV_EXPORT void unlockMutex(Mutex* mutex) noexcept;
 /** Destroys a mutex that nobody holds; null is ignored. */
 KV_EXPORT void deleteMutex(Mutex* mutex) noexcept;
+
+/** Processors that this process may use; at least 1. */
+KV_EXPORT KvUInt32 processorCount() noexcept;
+
+/** Runs `work(context)` on the calling thread and, at the same time, on up to `helpers` threads of its own, and returns
+    when it has returned on all of them. Threads that cannot be had are left out. They have stacks of 1 MiB and take no
+    signals that are meant for the process. `work` must not throw. */
+KV_EXPORT void runSideBySide(KvUInt32 helpers, void (*work)(void* context), void* context) noexcept;
 
 /** The address of a dotted quad in host order (10.0.0.2 is 0x0A000002); each part is 0 to 255, decimal or, after "0x"
     or "0X", hexadecimal. 0 for anything else, null among it. */

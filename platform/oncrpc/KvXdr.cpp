@@ -279,6 +279,20 @@ bool_t xdr_bytes(XDR* xdrs, char** bytes, KvUInt32* size, KvUInt32 maximum)
     return getPadded(xdrs, *bytes, length);
 }
 
+bool_t xdr_bytesInPlace(XDR* xdrs, const char** bytes, KvUInt32* size, KvUInt32 maximum)
+{
+    if (xdrs->x_op != XDR_DECODE)
+        return xdrs->x_op == XDR_FREE;
+    KvUInt32 length = 0;
+    unsigned char* place = nullptr;
+    unsigned char* pad = nullptr;
+    if (!getLength(xdrs, &length, maximum) || !advance(xdrs, length, &place) || !advance(xdrs, padding(length), &pad))
+        return 0;
+    *bytes = reinterpret_cast<const char*>(place);
+    *size = length;
+    return 1;
+}
+
 bool_t xdr_string(XDR* xdrs, char** text, KvUInt32 maximum)
 {
     if (xdrs->x_op == XDR_FREE) {

@@ -106,6 +106,9 @@ KV_EXPORT bool_t xdr_double(XDR* xdrs, double* value);
 KV_EXPORT bool_t xdr_opaque(XDR* xdrs, char* bytes, KvUInt32 size);
 /** Counted bytes, at most `maximum`. Decoding no bytes leaves `*bytes` as it is. */
 KV_EXPORT bool_t xdr_bytes(XDR* xdrs, char** bytes, KvUInt32* size, KvUInt32 maximum);
+/** Counted bytes, at most `maximum`, left where they are: decoding makes `*bytes` point into the stream's memory, and
+    freeing does nothing. For decoding only. */
+KV_EXPORT bool_t xdr_bytesInPlace(XDR* xdrs, const char** bytes, KvUInt32* size, KvUInt32 maximum);
 /** A C string of at most `maximum` characters. Encoding null fails. */
 KV_EXPORT bool_t xdr_string(XDR* xdrs, char** text, KvUInt32 maximum);
 /** Counted elements of `elementSize` bytes of memory each, at most `maximum`; each takes at least `minimalBytes` on the
