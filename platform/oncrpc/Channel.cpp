@@ -1,12 +1,16 @@
 #include "platform/oncrpc/Channel.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <utility>
 
 namespace KvNRpc {
 
 namespace {
 
 constexpr Milliseconds failureRemembered{1000};
+/** How long a caller drives a connection himself, and how long the calls last between which it is parked. */
+constexpr Milliseconds drivenTime{2};
 /** How often a call of which nothing was sent moves to another connection. */
 constexpr unsigned movesBorne = 3;
 
@@ -18,8 +22,8 @@ std::shared_ptr<T> make(Arguments&&... arguments)
 
 }  // namespace
 
-Connection::Connection(Channel& channel, ClientLoop& loop, std::size_t largestReply)
-    : RpcStream(loop.context(), loop.buffer(), largestReply, ClientLoop::budget()), m_channel(&channel)
+Connection::Connection(Channel& channel, ClientLoop& loop, std::size_t largestReply, std::uint16_t port)
+    : RpcStream(loop.context(), loop.buffer(), largestReply, ClientLoop::budget()), m_channel(&channel), m_port(port)
 {}
 
 void Connection::forget() noexcept
@@ -52,11 +56,8 @@ bool Connection::onBegun(KvUInt32 transactionId) noexcept
 
 void Connection::onRecord(Record record) noexcept
 {
-    if (record.size() < 4) {
-        const std::shared_ptr<RpcStream> self = shared_from_this();
-        close();
-        return onEnded(End::Malformed, {});
-    }
+    if (record.size() < 4)
+        return end(End::Malformed, {});
     KvUInt32 transactionId = 0;
     for (unsigned i = 0; i < 4; ++i)
         transactionId = transactionId << 8 | record.data()[i];
@@ -64,6 +65,15 @@ void Connection::onRecord(Record record) noexcept
     if (call == nullptr)
         return;
     call->outcome.reply = std::move(record);
+    if (m_driven)
+        return finishDriven(*call, Failure::None);
+    if (nothingUnfed() && m_channel->wouldPark(*this, *call)) {
+        calls.remove(*call);
+        call->connection = nullptr;
+        m_finished = call;
+        m_atRest = true;
+        return;
+    }
     m_channel->finish(*call, Failure::None);
     m_channel->closeIfUnused(*this);
 }
@@ -71,10 +81,55 @@ void Connection::onRecord(Record record) noexcept
 bool Connection::onNoRoom(KvUInt32 transactionId, End why) noexcept
 {
     PendingCall* call = find(transactionId);
+    const Failure failure = why == End::OutOfBudget ? Failure::OutOfBudget : Failure::OutOfMemory;
+    if (m_driven) {
+        if (call != nullptr)
+            finishDriven(*call, failure);
+        return true;
+    }
     if (call != nullptr)
-        m_channel->finish(*call, why == End::OutOfBudget ? Failure::OutOfBudget : Failure::OutOfMemory);
+        m_channel->finish(*call, failure);
     m_channel->closeIfUnused(*this);
     return true;
+}
+
+bool Connection::onRest() noexcept
+{
+    PendingCall* call = std::exchange(m_finished, nullptr);
+    m_atRest = false;
+    Channel& channel = *m_channel;
+    const bool parked = channel.park(*this);
+    // The caller may call again at once, and then finds the connection parked.
+    channel.finish(*call, Failure::None);
+    return parked;
+}
+
+void Connection::finishDriven(PendingCall& call, Failure failure) noexcept
+{
+    calls.remove(call);
+    call.connection = nullptr;
+    call.outcome.failure = failure;
+    call.outcome.port = m_port;
+    m_drivenDone = true;
+}
+
+bool Connection::drive(PendingCall& call) noexcept
+{
+#if defined(KV_RPC_DRIVEN)
+    if (peerHasClosed())
+        return false;
+    calls.append(call);
+    call.connection = this;
+    m_drivenDone = false;
+    if (!sendDriven(call.message))
+        return false;
+    const TimePoint until = std::min(call.begun + drivenTime, call.request.deadline);
+    while (!m_drivenDone && readDriven(until)) {
+    }
+    return m_drivenDone;
+#else
+    return static_cast<void>(call), false;
+#endif
 }
 
 void Connection::onEnded(End why, const std::error_code& error) noexcept
@@ -91,6 +146,7 @@ Channel::~Channel()
 void Channel::close() noexcept
 {
     stopConnecting();
+    dropParked();
     if (m_current != nullptr)
         m_current->forget();
     m_current = nullptr;
@@ -101,6 +157,104 @@ void Channel::close() noexcept
     if (m_added)
         m_loop.remove(*this);
     m_added = false;
+}
+
+Channel::Driven Channel::drive(PendingCall& call) noexcept
+{
+    std::shared_ptr<Connection> connection;
+    {
+        const std::lock_guard lock(m_parkMutex);
+        if (m_parked == nullptr || m_lent)
+            return Driven::Not;
+        m_lent = true;
+        connection = m_parked;
+    }
+    const bool done = connection->drive(call);
+    {
+        const std::lock_guard lock(m_parkMutex);
+        if (done && !m_wanted && connection->isFree()) {
+            m_lent = false;
+            return Driven::Done;
+        }
+        m_parked = nullptr;
+    }
+    if (m_loop.giveBack(shared_from_this(), connection, done ? nullptr : &call))
+        return done ? Driven::Done : Driven::Begun;
+    connection->forget();
+    return done ? Driven::Done : Driven::Stopped;
+}
+
+void Channel::takeBack(const std::shared_ptr<Connection>& connection, PendingCall* call) noexcept
+{
+    {
+        const std::lock_guard lock(m_parkMutex);
+        m_lent = false;
+        m_wanted = false;
+    }
+    const std::shared_ptr<Channel> self = shared_from_this();
+    m_current = connection;
+    const bool sent = call != nullptr && call->connection != nullptr;
+    if (call != nullptr && !m_loop.begin()) {
+        finish(*call, Failure::OutOfMemory);
+        call = nullptr;
+    }
+    if (call != nullptr && !sent) {
+        connection->forget();
+        m_current = nullptr;
+        route(*call);
+    } else {
+        connection->attach();
+    }
+    CallList waiting = m_connecting ? CallList() : m_waiting.takeAll();
+    while (PendingCall* next = waiting.takeFirst())
+        route(*next);
+}
+
+bool Channel::wouldPark(const Connection& connection, const PendingCall& call) const noexcept
+{
+#if defined(KV_RPC_DRIVEN)
+    return m_current.get() == &connection && m_waiting.empty() && connection.calls.first() == &call &&
+           call.next == nullptr && !connection.hasOutput() && Clock::now() < call.begun + drivenTime;
+#else
+    return static_cast<void>(connection), static_cast<void>(call), false;
+#endif
+}
+
+bool Channel::park(Connection& connection) noexcept
+{
+    if (!connection.detach())
+        return false;
+    const std::lock_guard lock(m_parkMutex);
+    m_parked = std::move(m_current);
+    return true;
+}
+
+bool Channel::unpark() noexcept
+{
+    {
+        const std::lock_guard lock(m_parkMutex);
+        if (m_lent) {
+            m_wanted = true;
+            return false;
+        }
+        m_current = std::move(m_parked);
+    }
+    const std::shared_ptr<Connection> connection = m_current;
+    if (connection != nullptr)
+        connection->attach();
+    return true;
+}
+
+void Channel::dropParked() noexcept
+{
+    std::shared_ptr<Connection> connection;
+    {
+        const std::lock_guard lock(m_parkMutex);
+        if (!m_lent)
+            connection = std::move(m_parked);
+    }
+    if (connection != nullptr)
+        connection->forget();
 }
 
 void Channel::submit(PendingCall& call) noexcept
@@ -117,6 +271,8 @@ void Channel::submit(PendingCall& call) noexcept
 
 void Channel::route(PendingCall& call) noexcept
 {
+    if (m_current == nullptr && !m_connecting && !unpark())
+        return m_waiting.append(call);
     if (m_current != nullptr && m_current->established) {
         const bool idle = m_current->calls.empty() && !m_current->hasOutput();
         if (!idle || !m_current->peerHasClosed())
@@ -172,7 +328,7 @@ void Channel::connectTo(std::uint16_t port) noexcept
 {
     m_port = port;
     try {
-        m_current = make<Connection>(*this, m_loop, m_settings.largestReply);
+        m_current = make<Connection>(*this, m_loop, m_settings.largestReply, port);
     } catch (...) {
         return connectFailed(Failure::OutOfMemory, "", port);
     }
@@ -355,6 +511,7 @@ void Channel::unlink(Connection& connection) noexcept
 
 void Channel::endAll(Failure failure) noexcept
 {
+    dropParked();
     CallList waiting = m_waiting.takeAll();
     while (PendingCall* call = waiting.takeFirst())
         finish(*call, failure);

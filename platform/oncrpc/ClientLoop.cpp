@@ -201,6 +201,23 @@ bool ClientLoop::submit(Channel& channel, PendingCall& call) noexcept
     }
 }
 
+bool ClientLoop::giveBack(std::shared_ptr<Channel> channel, std::shared_ptr<Connection>& connection,
+                          PendingCall* call) noexcept
+{
+    HandlerSlot& slot = connection->returnSlot;
+    const std::lock_guard lock(m_submitMutex);
+    if (m_stopped)
+        return false;
+    try {
+        asio::post(m_context, inSlot(slot, [channel = std::move(channel), kept = std::move(connection), call] {
+                       channel->takeBack(kept, call);
+                   }));
+    } catch (...) {
+        // Its memory is its own, so this cannot be missing.
+    }
+    return true;
+}
+
 void ClientLoop::retire(std::shared_ptr<Channel> channel) noexcept
 {
     Channel& place = *channel;

@@ -19,6 +19,7 @@ struct PendingCall
     CallOutcome& outcome;
     const ChannelSettings& settings;
     KvUInt32 cancelCount;
+    TimePoint begun = Clock::now();
     std::shared_ptr<Outgoing> message{};
     Connection* connection = nullptr;
     PendingCall* next = nullptr;
@@ -70,6 +71,10 @@ public:
     bool isOurs() const noexcept;
     /** Hands a call to the loop's thread; false when the loop has been stopped. */
     bool submit(Channel& channel, PendingCall& call) noexcept;
+    /** Brings a connection that was driven, and the call that could not be finished (null: none), to the loop's thread;
+        false, and the connection left, when the loop has been stopped. */
+    bool giveBack(std::shared_ptr<Channel> channel, std::shared_ptr<Connection>& connection,
+                  PendingCall* call) noexcept;
     /** Closes the channel on the loop's thread; frees it. */
     void retire(std::shared_ptr<Channel> channel) noexcept;
     /** Ends the thread; calls in progress are cancelled. */

@@ -12,6 +12,7 @@ namespace {
 constexpr KvUInt32 lastFragment = 0x80000000;
 constexpr KvUInt32 emptyFragmentsBorne = 16;
 constexpr std::size_t firstRoom = 1024;
+constexpr std::size_t worthRoom = 16384;
 }  // namespace
 
 bool ByteBudget::take(std::size_t bytes) noexcept
@@ -125,6 +126,24 @@ RecordAssembler::State RecordAssembler::takeBody(const unsigned char*& data, std
     if (m_fragmentLeft == 0 && m_last)
         return State::Whole;
     return announces && m_received == 4 ? State::Begun : State::More;
+}
+
+std::size_t RecordAssembler::room(unsigned char*& place) noexcept
+{
+    if (m_skipping || m_fragmentLeft < worthRoom || m_record.m_size < worthRoom)
+        return 0;
+    if (m_record.m_capacity - m_record.m_size < worthRoom && makeRoom(worthRoom) != State::More)
+        return 0;
+    place = m_record.m_data + m_record.m_size;
+    return std::min<std::size_t>(m_record.m_capacity - m_record.m_size, m_fragmentLeft);
+}
+
+RecordAssembler::State RecordAssembler::arrived(std::size_t bytes) noexcept
+{
+    m_record.m_size += bytes;
+    m_received += bytes;
+    m_fragmentLeft -= static_cast<KvUInt32>(bytes);
+    return m_fragmentLeft == 0 && m_last ? State::Whole : State::More;
 }
 
 RecordAssembler::State RecordAssembler::makeRoom(std::size_t bytes) noexcept

@@ -70,6 +70,11 @@ public:
     void setLimit(std::size_t limit) noexcept { m_limit = limit; }
     /** Takes bytes off `data` and counts down `size`, up to the next state that is not More. */
     State feed(const unsigned char*& data, std::size_t& size) noexcept;
+    /** Where the bytes that come next may be received at once, without feed(): the room for them, 0 when there is none
+        or it is not worth it. What was put there is told to arrived(). */
+    std::size_t room(unsigned char*& place) noexcept;
+    /** Counts bytes in that were received in the room: More or Whole. */
+    State arrived(std::size_t bytes) noexcept;
     /** The record that is Whole; the next one begins. */
     Record take() noexcept;
     /** Drops the rest of the record that has Begun. */

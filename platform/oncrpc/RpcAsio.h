@@ -25,6 +25,11 @@
 #include "platform/KvTypes.h"
 #include "platform/errorhandling/KvCErrorList.h"
 
+// Callers drive idle connections themselves where a socket can be taken off its loop.
+#if defined(__linux__)
+#define KV_RPC_DRIVEN
+#endif
+
 namespace KvNRpc {
 
 using Clock = std::chrono::steady_clock;

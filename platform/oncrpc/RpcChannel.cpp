@@ -72,7 +72,12 @@ void ChannelLink::call(CallRequest& request, CallOutcome& outcome) noexcept
         }
         pending.message->bytes = std::move(request.message);
     }
-    if (!m_loop->submit(*m_channel, pending)) {
+    using Driven = Channel::Driven;
+    const bool mayDrive = pending.message != nullptr && request.cancelCount == cancelCount();
+    const Driven driven = mayDrive ? m_channel->drive(pending) : Driven::Not;
+    if (driven == Driven::Done)
+        return;
+    if (driven == Driven::Stopped || (driven == Driven::Not && !m_loop->submit(*m_channel, pending))) {
         outcome.failure = Failure::Cancelled;
         return;
     }

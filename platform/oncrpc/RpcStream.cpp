@@ -1,6 +1,15 @@
 #include "platform/oncrpc/RpcStream.h"
 
 #include <cstdio>
+#include <utility>
+
+#if defined(KV_RPC_DRIVEN)
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#endif
 
 namespace KvNRpc {
 
@@ -116,7 +125,8 @@ void RpcStream::waitToRead() noexcept
                 return;
             if (error)
                 return self->end(End::ByError, error);
-            if (!self->m_paused && self->readSome(readsInOneGo))
+            if (!self->m_paused && self->readSome(readsInOneGo, self->m_buffer.bytes, ReadBuffer::size) &&
+                (!self->m_atRest || !self->onRest()))
                 self->waitToRead();
         };
         m_reading = true;
@@ -146,11 +156,28 @@ void RpcStream::waitToGoOn() noexcept
     }
 }
 
-bool RpcStream::readSome(unsigned reads) noexcept
+std::size_t RpcStream::receive(unsigned char* place, std::size_t size, std::error_code& error) noexcept
 {
-    for (unsigned i = 0; i < reads && m_open && !m_paused && m_stash.size() == 0; ++i) {
+#if defined(KV_RPC_DRIVEN)
+    if (m_descriptor >= 0) {
+        const ssize_t received = ::recv(m_descriptor, place, size, MSG_DONTWAIT);
+        if (received < 0)
+            error.assign(errno, asio::error::get_system_category());
+        else if (received == 0)
+            error = asio::error::eof;
+        return received < 0 ? 0 : static_cast<std::size_t>(received);
+    }
+#endif
+    return m_socket.receive(asio::buffer(place, size), 0, error);
+}
+
+bool RpcStream::readSome(unsigned reads, unsigned char* buffer, std::size_t bytes) noexcept
+{
+    for (unsigned i = 0; i < reads && m_open && !m_paused && !m_atRest && m_stash.size() == 0; ++i) {
         std::error_code error;
-        const std::size_t size = m_socket.receive(asio::buffer(m_buffer.bytes), 0, error);
+        unsigned char* place = buffer;
+        const std::size_t room = m_assembler.room(place);
+        const std::size_t size = receive(place, room != 0 ? room : bytes, error);
         if (wouldBlock(error) || error == asio::error::interrupted)
             return true;
         if (error) {
@@ -159,9 +186,19 @@ bool RpcStream::readSome(unsigned reads) noexcept
             return false;
         }
         onBytes();
-        if (!takeBytes(m_buffer.bytes, size))
+        if (!(room != 0 ? takeArrived(size) : takeBytes(buffer, size)))
             return false;
     }
+    return m_open;
+}
+
+bool RpcStream::takeArrived(std::size_t size) noexcept
+{
+    m_feeding = true;
+    m_unfed = 0;
+    if (m_assembler.arrived(size) == RecordAssembler::State::Whole)
+        onRecord(m_assembler.take());
+    m_feeding = false;
     return m_open;
 }
 
@@ -184,6 +221,7 @@ std::size_t RpcStream::feed(const unsigned char* data, std::size_t size) noexcep
     m_feeding = true;
     while (size != 0 && m_open && !m_paused && records < recordsInOneGo) {
         const State state = m_assembler.feed(data, size);
+        m_unfed = size;
         if (state == State::Begun && !onBegun(m_assembler.transactionId()))
             m_assembler.skip();
         else if (state == State::Whole) {
@@ -311,6 +349,12 @@ bool RpcStream::peerHasClosed() noexcept
 {
     unsigned char byte;
     std::error_code error;
+#if defined(KV_RPC_DRIVEN)
+    if (m_descriptor >= 0) {
+        const ssize_t received = ::recv(m_descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+        return received == 0 || (received < 0 && errno != EAGAIN && errno != EINTR);
+    }
+#endif
     m_socket.receive(asio::buffer(&byte, 1), TcpSocket::message_peek, error);
     return error && !wouldBlock(error) && error != asio::error::interrupted;
 }
@@ -339,12 +383,90 @@ void RpcStream::close() noexcept
     dropOutput();
     std::error_code ignored;
     m_socket.close(ignored);
+#if defined(KV_RPC_DRIVEN)
+    if (m_descriptor >= 0)
+        ::close(m_descriptor);
+    m_descriptor = -1;
+#endif
 }
+
+bool RpcStream::detach() noexcept
+{
+#if defined(KV_RPC_DRIVEN)
+    std::error_code error;
+    const int descriptor = m_socket.release(error);
+    if (error)
+        return false;
+    m_descriptor = descriptor;
+    m_driven = true;
+    return true;
+#else
+    return false;
+#endif
+}
+
+void RpcStream::attach() noexcept
+{
+    m_driven = false;
+#if defined(KV_RPC_DRIVEN)
+    if (std::exchange(m_drivenEnd, false)) {
+        m_open = true;
+        return end(m_drivenWhy, m_drivenError);
+    }
+    try {
+        m_socket.assign(asio::ip::tcp::v4(), m_descriptor);
+        m_descriptor = -1;
+        m_socket.non_blocking(true);
+    } catch (const std::system_error& failure) {
+        return end(End::ByError, failure.code());
+    } catch (...) {
+        return end(End::OutOfMemory, {});
+    }
+#endif
+    waitToRead();
+    if (m_open && !m_writing)
+        writeSome();
+}
+
+#if defined(KV_RPC_DRIVEN)
+
+bool RpcStream::sendDriven(const std::shared_ptr<Outgoing>& message) noexcept
+{
+    const ssize_t sent =
+        ::send(m_descriptor, message->bytes.data(), message->bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    message->sent = sent > 0 ? static_cast<std::size_t>(sent) : 0;
+    message->next = nullptr;
+    if (message->sent == message->bytes.size())
+        return true;
+    m_first = m_last = message;  // the loop sends the rest, and finds out why it did not go
+    return false;
+}
+
+bool RpcStream::readDriven(TimePoint until) noexcept
+{
+    const auto left = std::chrono::ceil<Milliseconds>(until - Clock::now()).count();
+    pollfd waiting{m_descriptor, POLLIN, 0};
+    if (left <= 0 || ::poll(&waiting, 1, static_cast<int>(left)) <= 0)
+        return false;
+    unsigned char buffer[32768];
+    return readSome(1, buffer, sizeof buffer);
+}
+
+#endif
 
 void RpcStream::end(End why, const std::error_code& error) noexcept
 {
     if (!m_open)
         return;
+#if defined(KV_RPC_DRIVEN)
+    if (m_driven) {
+        m_open = false;
+        m_drivenEnd = true;
+        m_drivenWhy = why;
+        m_drivenError = error;
+        return;
+    }
+#endif
     const std::shared_ptr<RpcStream> self = shared_from_this();
     close();
     onEnded(why, error);

@@ -96,15 +96,41 @@ protected:
     /** Some of the output, or all of a record, has been sent. */
     virtual void onSent(Outgoing& message, bool whole) noexcept;
     virtual void onEnded(End why, const std::error_code& error) noexcept = 0;
+    /** Reading has stopped as m_atRest asked for; true when nobody on the loop's thread may touch the stream any more.
+     */
+    virtual bool onRest() noexcept { return false; }
+
+    void end(End why, const std::error_code& error) noexcept;
+    /** Whether what was received is used up with the record that is being told. */
+    bool nothingUnfed() const noexcept { return m_unfed == 0 && m_stash.size() == 0; }
+
+    /** Takes the socket off the loop, so that the stream may be driven; false where that cannot be. On the loop's
+       thread, without output or an operation in progress. */
+    bool detach() noexcept;
+    /** Puts the socket back on the loop, on whose thread this is called; what has happened meanwhile is told. */
+    void attach() noexcept;
+#if defined(KV_RPC_DRIVEN)
+    /** Sends a record on a detached stream; false when some of it is left, which is queued. */
+    bool sendDriven(const std::shared_ptr<Outgoing>& message) noexcept;
+    /** Waits for bytes on a detached stream and reads once; false when the time is over or the stream has ended. */
+    bool readDriven(TimePoint until) noexcept;
+#endif
 
     RecordAssembler m_assembler;
+    /** Set to stop reading behind the record that is being told. */
+    bool m_atRest = false;
+    /** Whether the socket is off the loop: the stream's end is kept until it is back. */
+    bool m_driven = false;
 
 private:
     void prepareSocket();
     void waitToRead() noexcept;
     void waitToWrite() noexcept;
-    /** Reads what is there, up to `reads` times; false when the stream has ended. */
-    bool readSome(unsigned reads) noexcept;
+    /** Reads what is there, up to `reads` times, into the record in progress or by way of `buffer`; false when the
+       stream has ended. */
+    bool readSome(unsigned reads, unsigned char* buffer, std::size_t bytes) noexcept;
+    bool takeArrived(std::size_t size) noexcept;
+    std::size_t receive(unsigned char* place, std::size_t size, std::error_code& error) noexcept;
     bool takeBytes(const unsigned char* data, std::size_t size) noexcept;
     void waitToGoOn() noexcept;
     /** Feeds the assembler until the bytes are used up, reading is paused, or it is the others' turn; returns how many
@@ -115,7 +141,6 @@ private:
     void writeSome() noexcept;
     void writeFailed(const std::error_code& error) noexcept;
     void dropOutput() noexcept;
-    void end(End why, const std::error_code& error) noexcept;
 
     TcpSocket m_socket;
     ReadBuffer& m_buffer;
@@ -124,6 +149,15 @@ private:
     /** What had been read when reading was paused or the others' turn came, and how much of it has been used. */
     Bytes m_stash;
     std::size_t m_stashUsed = 0;
+    /** Bytes behind the record that is being told. */
+    std::size_t m_unfed = 0;
+#if defined(KV_RPC_DRIVEN)
+    /** The socket while it is off the loop. */
+    int m_descriptor = -1;
+    bool m_drivenEnd = false;
+    End m_drivenWhy = End::ByPeer;
+    std::error_code m_drivenError;
+#endif
     bool m_feeding = false;
     bool m_open = true;
     bool m_connected = false;
