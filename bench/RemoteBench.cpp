@@ -1,7 +1,7 @@
 // What calls and scans cost beside raw sockets that move the same bytes. Boards and raw exchanges are served by one
 // process that is forked at the start; what is compared takes turns, and the medians give the ratios.
 //
-//     bench_remote [rounds]
+//     bench_remote [rounds [calls|scans|large]]
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
@@ -603,6 +603,8 @@ void benchScan(const Server& server, KvUInt32 first, KvUInt32 count, const std::
 int main(int argc, char** argv)
 {
     const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 15;
+    const std::string only = argc > 2 ? argv[2] : "";
+    const auto wanted = [&only](const char* part) { return only.empty() || only == part; };
     rlimit files{};
     ::getrlimit(RLIMIT_NOFILE, &files);
     files.rlim_cur = std::min<rlim_t>(files.rlim_max, 4096);
@@ -628,14 +630,18 @@ int main(int argc, char** argv)
     server.start();
 
     std::printf("%-46s %13s %13s %7s\n", "work", "library", "raw", "ratio");
-    benchCalls(server, "null call", 0, 0, 2000, rounds, 1.25);
-    benchCalls(server, "reply of 64 KiB", 1, 64 << 10, 300, rounds, 1.4);
-    benchCalls(server, "reply of 1 MiB", 2, 1 << 20, 30, rounds, 1.4);
-    benchCalls(server, "reply of 16 MiB", 3, 16 << 20, 4, rounds, 1.4);
-    benchScan(server, firstBoard, boards, streams, 20, rounds, "first scan of 200 boards", 2.5,
-              "second scan of 200 boards", 1.3);
-    benchScan(server, firstLargeBoard, largeBoards, largeStreams, 0, std::max(3, rounds / 3), nullptr, 0,
-              "scan of 8 boards, 1,000,000 parameters", 1.3);
+    if (wanted("calls")) {
+        benchCalls(server, "null call", 0, 0, 2000, rounds, 1.25);
+        benchCalls(server, "reply of 64 KiB", 1, 64 << 10, 300, rounds, 1.4);
+        benchCalls(server, "reply of 1 MiB", 2, 1 << 20, 30, rounds, 1.4);
+        benchCalls(server, "reply of 16 MiB", 3, 16 << 20, 4, rounds, 1.4);
+    }
+    if (wanted("scans"))
+        benchScan(server, firstBoard, boards, streams, 20, rounds, "first scan of 200 boards", 2.5,
+                  "second scan of 200 boards", 1.3);
+    if (wanted("large"))
+        benchScan(server, firstLargeBoard, largeBoards, largeStreams, 0, std::max(3, rounds / 3), nullptr, 0,
+                  "scan of 8 boards, 1,000,000 parameters", 1.3);
     server.stop();
     return 0;
 }

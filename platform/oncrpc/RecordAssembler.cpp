@@ -12,7 +12,8 @@ namespace {
 constexpr KvUInt32 lastFragment = 0x80000000;
 constexpr KvUInt32 emptyFragmentsBorne = 16;
 constexpr std::size_t firstRoom = 1024;
-constexpr std::size_t worthRoom = 16384;
+constexpr std::size_t worthRoom = 4096;
+constexpr std::size_t surelyRoom = 65536;
 }  // namespace
 
 bool ByteBudget::take(std::size_t bytes) noexcept
@@ -130,9 +131,10 @@ RecordAssembler::State RecordAssembler::takeBody(const unsigned char*& data, std
 
 std::size_t RecordAssembler::room(unsigned char*& place) noexcept
 {
-    if (m_skipping || m_fragmentLeft < worthRoom || m_record.m_size < worthRoom)
+    if (m_skipping || m_received < 4 || m_fragmentLeft < worthRoom)
         return 0;
-    if (m_record.m_capacity - m_record.m_size < worthRoom && makeRoom(worthRoom) != State::More)
+    const std::size_t step = std::min<std::size_t>(m_fragmentLeft, std::max(m_record.m_size, surelyRoom));
+    if (m_record.m_capacity - m_record.m_size < worthRoom && makeRoom(step) != State::More)
         return 0;
     place = m_record.m_data + m_record.m_size;
     return std::min<std::size_t>(m_record.m_capacity - m_record.m_size, m_fragmentLeft);

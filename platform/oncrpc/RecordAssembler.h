@@ -46,9 +46,9 @@ private:
 /**
  * Makes records out of a byte stream with the record marking of RFC 5531, for client and server alike.
  *
- * Memory grows with the bytes that have arrived (at most twofold), never with what a header claims. A record is given
- * up as soon as its headers claim more than the limit; of fragments without bytes 16 in a row are borne. Bytes of a
- * record that nobody wants are dropped as they come.
+ * Memory grows with the bytes that have arrived (at most twofold, or 64 KiB), never with what a header claims. A record
+ * is given up as soon as its headers claim more than the limit; of fragments without bytes 16 in a row are borne. Bytes
+ * of a record that nobody wants are dropped as they come.
  */
 class RecordAssembler
 {

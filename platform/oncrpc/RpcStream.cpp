@@ -4,8 +4,9 @@
 #include <utility>
 
 #if defined(KV_RPC_DRIVEN)
-#include <poll.h>
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,9 @@ namespace {
 /** What is taken from one peer until the others have had their turn: one read can hold a thousand calls. */
 constexpr unsigned readsInOneGo = 2;
 constexpr unsigned recordsInOneGo = 4;
+/** Small records come whole in this many bytes; what is left of large ones is received in place. */
+constexpr std::size_t readAtOnce = 8192;
+static_assert(readAtOnce <= ReadBuffer::size);
 
 bool wouldBlock(const std::error_code& error)
 {
@@ -125,7 +129,7 @@ void RpcStream::waitToRead() noexcept
                 return;
             if (error)
                 return self->end(End::ByError, error);
-            if (!self->m_paused && self->readSome(readsInOneGo, self->m_buffer.bytes, ReadBuffer::size) &&
+            if (!self->m_paused && self->readSome(readsInOneGo, self->m_buffer.bytes, readAtOnce) &&
                 (!self->m_atRest || !self->onRest()))
                 self->waitToRead();
         };
@@ -160,7 +164,7 @@ std::size_t RpcStream::receive(unsigned char* place, std::size_t size, std::erro
 {
 #if defined(KV_RPC_DRIVEN)
     if (m_descriptor >= 0) {
-        const ssize_t received = ::recv(m_descriptor, place, size, MSG_DONTWAIT);
+        const ssize_t received = ::recv(m_descriptor, place, size, 0);
         if (received < 0)
             error.assign(errno, asio::error::get_system_category());
         else if (received == 0)
@@ -397,6 +401,9 @@ bool RpcStream::detach() noexcept
     const int descriptor = m_socket.release(error);
     if (error)
         return false;
+    constexpr timeval wait{0, 2000};
+    ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
     m_descriptor = descriptor;
     m_driven = true;
     return true;
@@ -444,12 +451,8 @@ bool RpcStream::sendDriven(const std::shared_ptr<Outgoing>& message) noexcept
 
 bool RpcStream::readDriven(TimePoint until) noexcept
 {
-    const auto left = std::chrono::ceil<Milliseconds>(until - Clock::now()).count();
-    pollfd waiting{m_descriptor, POLLIN, 0};
-    if (left <= 0 || ::poll(&waiting, 1, static_cast<int>(left)) <= 0)
-        return false;
-    unsigned char buffer[32768];
-    return readSome(1, buffer, sizeof buffer);
+    unsigned char buffer[readAtOnce];
+    return readSome(1, buffer, sizeof buffer) && Clock::now() < until;
 }
 
 #endif

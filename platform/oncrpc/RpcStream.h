@@ -112,7 +112,8 @@ protected:
 #if defined(KV_RPC_DRIVEN)
     /** Sends a record on a detached stream; false when some of it is left, which is queued. */
     bool sendDriven(const std::shared_ptr<Outgoing>& message) noexcept;
-    /** Waits for bytes on a detached stream and reads once; false when the time is over or the stream has ended. */
+    /** Waits a short time for bytes on a detached stream and reads once; false when `until` has passed or the stream
+       has ended. */
     bool readDriven(TimePoint until) noexcept;
 #endif
 

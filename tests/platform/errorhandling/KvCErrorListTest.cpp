@@ -1,5 +1,7 @@
 #include "platform/errorhandling/KvCErrorList.h"
 
+#include "platform/errorhandling/KvCErrorManager.h"
+
 #include <string>
 
 #include <gtest/gtest.h>
@@ -259,6 +261,79 @@ TEST(ErrorListWithoutMemory, LosesOnlyWhatFailed)
             EXPECT_EQ(errors.getErrorCode(i), i + 1) << "the spare entry takes the one that failed";
         if (!failed)
             break;
+    }
+}
+
+TEST(ErrorList, TakesOverWhatAnotherListWasGiven)
+{
+    KvCErrorListPool errors;
+    report(errors, "first");
+    KvCErrorListPool other;
+    report(other, "second");
+    report(other, "third");
+    EXPECT_NE(std::string(other.getErrorText(1)).find("third"), std::string::npos) << "rendered once already";
+    errors.takeOver(other);
+    EXPECT_EQ(other.getErrorCount(), 0U);
+    ASSERT_EQ(errors.getErrorCount(), 3U);
+    const char* const expected[] = {"first", "second", "third"};
+    for (KvUInt32 i = 0; i < 3; ++i) {
+        EXPECT_NE(std::string(errors.getErrorText(i)).find(expected[i]), std::string::npos) << i;
+        EXPECT_STREQ(errors.getErrorOrigin(i), "Test::report");
+        EXPECT_EQ(errors.getErrorLine(i), 12UL);
+    }
+    report(other, "again");
+    EXPECT_EQ(other.getErrorCount(), 1U);
+    errors.takeOver(other);
+    EXPECT_EQ(errors.getErrorCount(), 4U);
+    EXPECT_NE(std::string(errors.getErrorText(3)).find("again"), std::string::npos);
+    errors.takeOver(other);
+    EXPECT_EQ(errors.getErrorCount(), 4U);
+}
+
+TEST(ErrorList, CountsOnWhenItTakesOverMoreThanItKeeps)
+{
+    KvCErrorListPool& small = KvCErrorManager::createErrorList(0, 0, 0, 0, 3);
+    KvCErrorListPool& straight = KvCErrorManager::createErrorList(0, 0, 0, 0, 3);
+    KvCErrorListPool other;
+    for (KvCErrorListPool* list : {&small, &straight})
+        report(*list, "0");
+    for (int i = 1; i < 6; ++i) {
+        report(other, std::to_string(i).c_str());
+        report(straight, std::to_string(i).c_str());
+    }
+    small.takeOver(other);
+    EXPECT_EQ(small.getErrorCount(), 6U);
+    for (KvUInt32 i = 0; i < 7; ++i) {
+        EXPECT_EQ(small.getErrorCode(i), straight.getErrorCode(i)) << i;
+        EXPECT_STREQ(small.getErrorText(i), straight.getErrorText(i)) << i;
+    }
+    KvCErrorManager::deleteErrorList(small);
+    KvCErrorManager::deleteErrorList(straight);
+}
+
+TEST(ErrorList, TakesOverWithoutMemoryAndLosesNoCount)
+{
+    for (std::size_t number = 1;; ++number) {
+        KvCErrorListPool other;
+        {
+            const FailingAllocation failing(1, true);
+            report(other, "kept without memory");
+        }
+        report(other, "kept");
+        KvCErrorListPool errors;
+        report(errors, "before");
+        bool failed = false;
+        {
+            const FailingAllocation failing(number, true);
+            errors.takeOver(other);
+            failed = failing.hasFailed();
+        }
+        EXPECT_EQ(errors.getErrorCount(), 3U) << number;
+        EXPECT_EQ(errors.getErrorCode(1), TestMessages::withText + 0U) << number;
+        if (!failed) {
+            EXPECT_EQ(errors.getErrorCode(2), TestMessages::withText + 0U);
+            break;
+        }
     }
 }
 

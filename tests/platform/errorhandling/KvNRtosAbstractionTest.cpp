@@ -1,6 +1,11 @@
 #include "platform/errorhandling/KvNRtosAbstraction.h"
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -159,6 +164,47 @@ TEST_F(RegularFile, IsNothingElse)
     EXPECT_EQ(open(pipe), nullptr) << "and it does not wait for a writer";
     EXPECT_EQ(kind, FileKind::Other);
 #endif
+}
+
+TEST(SideBySide, RunsOnAsManyThreadsAsAskedForAtOnce)
+{
+    struct Meeting
+    {
+        std::mutex mutex;
+        std::condition_variable changed;
+        unsigned present = 0;
+    } meeting;
+    const auto meet = [](void* context) {
+        Meeting& all = *static_cast<Meeting*>(context);
+        std::unique_lock lock(all.mutex);
+        ++all.present;
+        all.changed.notify_all();
+        all.changed.wait(lock, [&all] { return all.present == 8; });
+    };
+    KvNRtosAbstraction::runSideBySide(7, meet, &meeting);
+    EXPECT_EQ(meeting.present, 8u);
+    EXPECT_LE(1u, KvNRtosAbstraction::processorCount());
+}
+
+TEST(SideBySide, RunsOnTheCallersThreadWhenThereIsNoOther)
+{
+    struct Seen
+    {
+        std::atomic<unsigned> runs{0};
+        std::thread::id last;
+    } seen;
+    const auto look = [](void* context) {
+        Seen& all = *static_cast<Seen*>(context);
+        ++all.runs;
+        all.last = std::this_thread::get_id();
+    };
+    KvNRtosAbstraction::runSideBySide(0, look, &seen);
+    EXPECT_EQ(seen.runs, 1u);
+    EXPECT_EQ(seen.last, std::this_thread::get_id());
+    const FailingAllocation failing(1, true);
+    KvNRtosAbstraction::runSideBySide(5, look, &seen);
+    EXPECT_EQ(seen.runs, 2u);
+    EXPECT_EQ(seen.last, std::this_thread::get_id());
 }
 
 }  // namespace

@@ -339,4 +339,31 @@ TEST(KvXdr, VoidIsNothing)
     EXPECT_TRUE(decodes({}, [](KvNXdr::XDR* xdrs) { return KvNXdr::xdr_void(xdrs, nullptr); }));
 }
 
+TEST(KvXdr, CountedBytesCanStayWhereTheyAre)
+{
+    char stream[] = "\0\0\0\5hello\0\0\0\0\0\0\0";
+    KvNXdr::XDR xdrs;
+    KvNXdr::xdrmem_create(&xdrs, stream, 16, KvNXdr::XDR_DECODE);
+    const char* bytes = nullptr;
+    KvUInt32 size = 0;
+    EXPECT_EQ(KvNXdr::xdr_bytesInPlace(&xdrs, &bytes, &size, 5), 1);
+    EXPECT_EQ(bytes, stream + 4);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(KvNXdr::xdr_bytesInPlace(&xdrs, &bytes, &size, 5), 1) << "no bytes";
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(KvNXdr::xdrmem_left(&xdrs), 0u);
+    EXPECT_EQ(KvNXdr::xdr_bytesInPlace(&xdrs, &bytes, &size, 5), 0);
+
+    for (std::size_t length = 0; length < 12; ++length) {
+        KvNXdr::xdrmem_create(&xdrs, stream, length, KvNXdr::XDR_DECODE);
+        EXPECT_EQ(KvNXdr::xdr_bytesInPlace(&xdrs, &bytes, &size, 5), 0) << length;
+    }
+    KvNXdr::xdrmem_create(&xdrs, stream, 16, KvNXdr::XDR_DECODE);
+    EXPECT_EQ(KvNXdr::xdr_bytesInPlace(&xdrs, &bytes, &size, 4), 0) << "more than permitted";
+    KvNXdr::xdrmem_create(&xdrs, stream, 16, KvNXdr::XDR_ENCODE);
+    EXPECT_EQ(KvNXdr::xdr_bytesInPlace(&xdrs, &bytes, &size, 5), 0) << "decoding only";
+    KvNXdr::xdrmem_create(&xdrs, stream, 16, KvNXdr::XDR_FREE);
+    EXPECT_EQ(KvNXdr::xdr_bytesInPlace(&xdrs, &bytes, &size, 5), 1) << "nothing is to be freed";
+}
+
 }  // namespace

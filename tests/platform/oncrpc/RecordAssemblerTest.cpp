@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -185,6 +187,88 @@ TEST(RecordAssembler, TheMarkOfARecordHasTheHighestBit)
     unsigned char mark[4];
     KvNRpc::putRecordMark(mark, 0x01020304);
     EXPECT_EQ(Bytes(mark, mark + 4), (Bytes{0x81, 2, 3, 4}));
+}
+
+/** As a stream does it: in place where there is room, in steps of at most `step` bytes. */
+std::vector<Bytes> receiveAll(RecordAssembler& assembler, const Bytes& bytes, std::size_t step)
+{
+    std::vector<Bytes> records;
+    for (std::size_t offset = 0; offset < bytes.size();) {
+        unsigned char* place = nullptr;
+        const std::size_t room = assembler.room(place);
+        const unsigned char* data = bytes.data() + offset;
+        std::size_t size = std::min(step, bytes.size() - offset);
+        if (room != 0) {
+            size = std::min(size, room);
+            std::memcpy(place, data, size);
+            offset += size;
+            if (assembler.arrived(size) == State::Whole)
+                records.push_back(bytesOf(assembler.take()));
+            continue;
+        }
+        offset += size;
+        while (size != 0)
+            if (assembler.feed(data, size) == State::Whole)
+                records.push_back(bytesOf(assembler.take()));
+    }
+    return records;
+}
+
+TEST(RecordAssembler, TakesLargeRecordsInPlace)
+{
+    Bytes first(500000);
+    for (std::size_t i = 0; i < first.size(); ++i)
+        first[i] = static_cast<unsigned char>(i * 7 + i / 256);
+    const Bytes second(70000, 2);
+    const Bytes stream = fragment(first) + record(second) + record({3, 4, 5, 6}) + record(first);
+    const std::vector<Bytes> expected{first + second, {3, 4, 5, 6}, first};
+    for (const std::size_t step : {1000u, 4096u, 65536u, 65537u, 300000u, 2000000u}) {
+        ByteBudget budget(4000000);
+        RecordAssembler assembler(1000000, budget);
+        EXPECT_TRUE(receiveAll(assembler, stream, step) == expected) << step;
+        EXPECT_EQ(0u, budget.held());
+    }
+}
+
+TEST(RecordAssembler, HasNoMoreRoomThanTwiceWhatHasArrived)
+{
+    ByteBudget budget(1u << 30);
+    RecordAssembler assembler(1u << 30, budget);
+    const Bytes head = units({0x80000000u | (512u << 20), 0xAABBCCDD});
+    std::size_t arrived = 4;
+    const unsigned char* data = head.data();
+    std::size_t size = head.size();
+    EXPECT_EQ(State::Begun, assembler.feed(data, size));
+    for (int i = 0; i < 12; ++i) {
+        unsigned char* place = nullptr;
+        const std::size_t room = assembler.room(place);
+        ASSERT_NE(0u, room);
+        EXPECT_GE(std::max<std::size_t>(2 * arrived, arrived + 65536) + 8, budget.held());
+        std::memset(place, i, room);
+        EXPECT_EQ(State::More, assembler.arrived(room));
+        arrived += room;
+    }
+}
+
+TEST(RecordAssembler, HasNoRoomForWhatNobodyWantsOrBeyondTheBudget)
+{
+    unsigned char* place = nullptr;
+    const Bytes head = units({0x80000000u | 100000, 0xAABBCCDD});
+    ByteBudget small(50000);
+    RecordAssembler poor(1u << 20, small);
+    const unsigned char* data = head.data();
+    std::size_t size = head.size();
+    EXPECT_EQ(State::Begun, poor.feed(data, size));
+    EXPECT_EQ(0u, poor.room(place));
+
+    ByteBudget budget(1u << 20);
+    RecordAssembler skipping(1u << 20, budget);
+    EXPECT_EQ(0u, skipping.room(place));
+    data = head.data();
+    size = head.size();
+    EXPECT_EQ(State::Begun, skipping.feed(data, size));
+    skipping.skip();
+    EXPECT_EQ(0u, skipping.room(place));
 }
 
 }  // namespace
