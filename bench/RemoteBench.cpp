@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -546,9 +547,27 @@ void readRow(const Bytes& stream)
     need(errors);
 }
 
-double cores()
+unsigned cores()
 {
-    return static_cast<double>(std::max(1U, std::thread::hardware_concurrency()));
+    return std::max(1U, std::thread::hardware_concurrency());
+}
+
+/** The read rows of all streams, on so many threads. */
+double readAll(const std::vector<Bytes>& streams, unsigned threads)
+{
+    std::atomic<std::size_t> next{0};
+    const auto read = [&] {
+        for (std::size_t i = next++; i < streams.size(); i = next++)
+            readRow(streams[i]);
+    };
+    return timeOf([&] {
+        std::vector<std::thread> others;
+        for (unsigned i = 1; i < threads; ++i)
+            others.emplace_back(read);
+        read();
+        for (std::thread& other : others)
+            other.join();
+    });
 }
 
 /** Receiving the replies of all boards by raw sockets, all asked at once. */
@@ -578,21 +597,20 @@ void benchScan(const Server& server, KvUInt32 first, KvUInt32 count, const std::
     std::vector<double> second;
     std::vector<double> receiving;
     std::vector<double> reading;
+    std::vector<double> readingAlone;
     for (int round = 0; round < rounds + 1; ++round) {
         receiving.push_back(receiveAll(raw, bytes, places));
-        reading.push_back(timeOf([&] {
-            for (const Bytes& stream : streams)
-                readRow(stream);
-        }));
+        reading.push_back(readAll(streams, cores()));
+        readingAlone.push_back(readAll(streams, 1));
         Boards all(first, count);
         connecting.push_back(all.scan(count));
         second.push_back(all.scan(count));
     }
-    for (auto* values : {&connecting, &second, &receiving, &reading})
+    for (auto* values : {&connecting, &second, &receiving, &reading, &readingAlone})
         values->erase(values->begin());
-    const double floor = delay + median(receiving) + median(reading) / cores();
-    std::printf("  floor: waiting %.1f ms, receiving %.1f ms, reading %.1f ms over %.0f cores\n", delay,
-                median(receiving), median(reading), cores());
+    const double floor = delay + median(receiving) + median(reading);
+    std::printf("  floor: waiting %.1f ms, receiving %.1f ms, reading on %u cores %.1f ms (on one %.1f ms)\n", delay,
+                median(receiving), cores(), median(reading), median(readingAlone));
     if (firstName != nullptr)
         row(firstName, median(connecting), floor, firstLimit);
     row(secondName, median(second), floor, secondLimit);
