@@ -19,11 +19,19 @@ namespace {
 constexpr KvUInt32 mostAtOnce = 256;
 constexpr KvUInt32 noBoard = 0xFFFFFFFF;
 
-/** Whether something was lacking that a board scanned alone may well have. */
+/** Whether a scan failed for want of something on this side that a board scanned alone may well have. What the board
+    itself reports does not count. */
 bool lackedResources(const KvCErrorList& errors)
 {
-    for (KvUInt32 i = 0; i < errors.getErrorCount(); ++i) {
-        switch (static_cast<KvNMessage>(errors.getErrorCode(i))) {
+    const KvUInt32 count = errors.getErrorCount();
+    if (count == 0)
+        return false;
+    const auto codeAt = [&errors](KvUInt32 i) { return static_cast<KvNMessage>(errors.getErrorCode(i)); };
+    if (codeAt(count - 1) == KvNMessage::ScanResultEmpty ||
+        codeAt(count - 1) == KvNMessage::RemoteTreeDeserializeFailed)
+        return false;
+    for (KvUInt32 i = 0; i < count; ++i) {
+        switch (codeAt(i)) {
             case KvNMessage::RpcRepliesTooLarge:
             case KvNMessage::RpcOutOfMemory:
             case KvNMessage::AllocationFailed:
@@ -178,10 +186,8 @@ bool ScanOfBoards::runSideBySide()
         all.linkThoseOfOneAddress();
         KvNRtosAbstraction::runSideBySide(std::min(count, mostAtOnce) - 1, work, &all);
         for (SideBySide::Board& board : all.boards) {
-            if (lackedResources(board.errors)) {
+            if (board.tree == nullptr && lackedResources(board.errors)) {
                 board.errors.clear();
-                delete board.tree;
-                board.tree = nullptr;
                 scanOne(board.errors, board, nullptr);
             }
             m_errors.takeOver(board.errors);

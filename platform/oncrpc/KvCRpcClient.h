@@ -121,8 +121,9 @@ public:
         KvUInt64 microseconds;
     };
     using Trace = void (*)(void* context, const TracedCall& call);
-    /** Has every call of every client told to `function` (null: none) when it has ended, on the thread that made it.
-        Must not throw. Not for use while calls are in progress. */
+    /** Has every call of every client told to `function` (null: none) when it has ended, on the thread that made it:
+        calls of several threads, among them those of a scan of several boards, are told at the same time. Must not
+       throw. Not for use while calls are in progress. */
     static void setTrace(Trace function, void* context) noexcept;
 
 private:

@@ -163,6 +163,20 @@ TEST_F(ScanSideBySide, AsksABoardThatIsThereTwiceOneAfterTheOther)
     EXPECT_EQ(Codes{0x1300816}, codesOf(errors));
 }
 
+TEST_F(ScanSideBySide, DoesNotAskAgainForWhatABoardItselfReports)
+{
+    RecordingClient& withTree = add(32, new RecordingClient(errors));
+    withTree.answer(1, scanResult(0, treeStream(32), errorBlock(0x401)));
+    RecordingClient& without = add(33, new RecordingClient(errors));
+    without.answer(1, scanResult(0, {}, errorBlock(0x401)));
+    makeRoot();
+    KvNInventoryManager::KvTBoardScans boards;
+    EXPECT_EQ(0, manager.scanBoards(errors, root, tree, boards));
+    EXPECT_EQ(1u, withTree.calls().size());
+    EXPECT_EQ(1u, without.calls().size());
+    EXPECT_EQ((Codes{0x401, 0x401, 0x160080A}), codesOf(errors));
+}
+
 TEST_F(ScanSideBySide, ReadsTwoHundredBoardsOverAndOver)
 {
     for (KvUInt32 i = 0; i < 200; ++i)
