@@ -1,23 +1,27 @@
+#include <atomic>
 #include <cstdlib>
 
 #include "platform/errorhandling/KvCErrorList.h"
 
 namespace {
 
-KvNAllocation::Hook installedHook = nullptr;
-void* installedContext = nullptr;
+// A thread that serves the other side of a test may look while the hook is changed.
+constinit std::atomic<KvNAllocation::Hook> installedHook{nullptr};
+constinit std::atomic<void*> installedContext{nullptr};
 
 }  // namespace
 
 void KvNAllocation::setHook(Hook function, void* context) noexcept
 {
-    installedHook = function;
-    installedContext = context;
+    installedHook.store(nullptr, std::memory_order_relaxed);
+    installedContext.store(context, std::memory_order_relaxed);
+    installedHook.store(function, std::memory_order_release);
 }
 
 bool KvNAllocation::mayAllocate(std::size_t bytes) noexcept
 {
-    return installedHook == nullptr || installedHook(installedContext, bytes);
+    const Hook hook = installedHook.load(std::memory_order_acquire);
+    return hook == nullptr || hook(installedContext.load(std::memory_order_relaxed), bytes);
 }
 
 void* KvNAllocation::allocate(std::size_t bytes) noexcept
