@@ -45,20 +45,13 @@ public:
     MyStream& operator=(const MyStream&) = delete;
     ~MyStream() { KvNAllocation::release(m_buffer); }
 
-    bool write(const char* text, std::size_t length)
-    {
-        if (m_mode == Mode::Print)
-            return std::fwrite(text, 1, length, stdout) == length;
-        if (m_buffer == nullptr || (m_capacity - m_used <= length && !grow(length)))
-            return false;
-        copyShort(m_buffer + m_used, text, length);
-        m_used += length;
-        return true;
-    }
+    bool write(const char* text, std::size_t length) { return put(text, length, copyShort); }
     bool write(std::string_view text) { return write(text.data(), text.size()); }
+    /** For a text of few bytes whose number the compiler may know. */
+    bool literal(std::string_view text) { return put(text.data(), text.size(), std::memcpy); }
     bool number(KvUInt32 value)
     {
-        char digits[12];
+        char digits[16];  // a whole piece of copyShort
         const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
         return write(digits, static_cast<std::size_t>(end.ptr - digits));
     }
@@ -68,6 +61,17 @@ public:
     char* takeBlock() { return std::exchange(m_buffer, nullptr); }
 
 private:
+    template <class Copy>
+    bool put(const char* text, std::size_t length, Copy copy)
+    {
+        if (m_mode == Mode::Print)
+            return std::fwrite(text, 1, length, stdout) == length;
+        if (m_buffer == nullptr || (m_capacity - m_used <= length && !grow(length)))
+            return false;
+        copy(m_buffer + m_used, text, length);
+        m_used += length;
+        return true;
+    }
     /** Makes room for `length` more bytes, and for half of what there is so that a long text costs linear time. */
     bool grow(std::size_t length)
     {
@@ -282,7 +286,7 @@ private:
             const char* const replacement = replacementOf(next, end);
             if (replacement == nullptr)
                 continue;
-            if (!m_stream.write(written, static_cast<std::size_t>(next - written)) || !text(replacement))
+            if (!m_stream.write(written, static_cast<std::size_t>(next - written)) || !m_stream.literal(replacement))
                 return false;
             written = next + 1;
         }
