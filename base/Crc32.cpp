@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdint>
 
+#include "base/Crc32Ways.h"
+
 namespace KvNCrc32 {
 
 namespace {
@@ -41,7 +43,7 @@ std::uint32_t loadReflected(const unsigned char* bytes)
 
 }  // namespace
 
-KvUInt32 crc32(KvUInt32 soFar, const void* bytes, std::size_t count) noexcept
+KvUInt32 crc32ByTables(KvUInt32 soFar, const void* bytes, std::size_t count) noexcept
 {
     const auto* next = static_cast<const unsigned char*>(bytes);
     std::uint32_t remainder = ~static_cast<std::uint32_t>(soFar);
@@ -56,6 +58,12 @@ KvUInt32 crc32(KvUInt32 soFar, const void* bytes, std::size_t count) noexcept
     for (; count != 0; --count, ++next)
         remainder = (remainder >> 8) ^ tables[0][(remainder ^ *next) & 0xFF];
     return ~remainder;
+}
+
+KvUInt32 crc32(KvUInt32 soFar, const void* bytes, std::size_t count) noexcept
+{
+    static const bool folds = canFold();
+    return folds ? crc32ByFolding(soFar, bytes, count) : crc32ByTables(soFar, bytes, count);
 }
 
 }  // namespace KvNCrc32

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "base/Crc32Ways.h"
+
 using KvNCrc32::crc32;
 
 namespace {
@@ -68,4 +70,40 @@ TEST(Crc32, agreesWithTheDefinitionForEachLengthAndAlignment)
         for (std::size_t count = 0; start + count <= bytes.size(); ++count)
             ASSERT_EQ(crc32(0, &bytes[start], count), bitByBit(&bytes[start], count)) << start << ' ' << count;
     }
+}
+
+TEST(Crc32, isTheSameInEachOfItsWays)
+{
+    // several steps of folding and each length of what is left, from every alignment and with something in front
+    std::vector<unsigned char> bytes(64 + 3 * 64 + 64);
+    unsigned value = 7;
+    for (unsigned char& byte : bytes) {
+        value = value * 1103515245U + 12345U;
+        byte = static_cast<unsigned char>(value >> 16);
+    }
+    for (const KvUInt32 soFar : {0U, 1U, 0x80000000U, 0xCBF43926U, 0xFFFFFFFFU}) {
+        for (std::size_t start = 0; start < 64; start += start < 17 ? 1 : 23) {
+            for (std::size_t count = 0; start + count <= bytes.size(); ++count) {
+                const KvUInt32 wanted = KvNCrc32::crc32ByTables(soFar, &bytes[start], count);
+                ASSERT_EQ(crc32(soFar, &bytes[start], count), wanted) << soFar << ' ' << start << ' ' << count;
+                if (KvNCrc32::canFold()) {
+                    ASSERT_EQ(KvNCrc32::crc32ByFolding(soFar, &bytes[start], count), wanted) << start << ' ' << count;
+                }
+            }
+        }
+    }
+    EXPECT_EQ(KvNCrc32::crc32ByTables(0, "123456789", 9), 0xCBF43926U);
+    EXPECT_EQ(KvNCrc32::crc32ByTables(0, nullptr, 0), 0U);
+}
+
+TEST(Crc32, ofLongBytesHasKnownValues)
+{
+    // as other programs give them
+    EXPECT_EQ(of(std::string(64, 'a')), 0x89B46555U);
+    EXPECT_EQ(of(std::string(1000, '\0')), 0x060B1780U);
+    EXPECT_EQ(of(std::string(1048576, '\xFF')), 0x956BAC74U);
+    std::string counted;
+    for (int i = 0; i < 100000; ++i)
+        counted += static_cast<char>(i * 7 >> 3);
+    EXPECT_EQ(of(counted), 0x9F029C4EU);
 }
