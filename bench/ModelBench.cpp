@@ -1,148 +1,347 @@
-// What reading, holding and writing trees costs, for one parameter and for one child, at sizes that show the growth.
+// What reading, writing and using trees costs, ours beside what other libraries take for the same tree. A benchmark is
+// named WORK/SHAPE/PARAMETERS/WHO; scripts/bench picks those of a row and lets them take turns.
 
 #include <benchmark/benchmark.h>
-#include <malloc.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
-#include <cstddef>
-#include <memory>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <set>
 
 #include "base/KvCBuffer.h"
-#include "inventory/KvCInventoryItem.h"
+#include "bench/Lookup.h"
+#include "bench/Peers.h"
+#include "bench/Trees.h"
+#include "inventory/KvCInventoryData.h"
 #include "inventory/KvCInventoryItemFactory.h"
-#include "inventory/ids/KvNInventoryIDs.h"
 
 namespace {
 
-using Tree = std::unique_ptr<KvCInventoryItem>;
+using KvNPeers::Peer;
+using KvNTrees::Shape;
+using KvNTrees::Tree;
+using State = benchmark::State;
 
-/** A root with `count` children of four parameters each, as the channels of a board are. */
-Tree makeRealistic(KvCErrorListPool& errors, KvUInt32 count)
+void check(bool good, const char* what)
 {
-    Tree root(new KvCInventoryItem(errors, KvNInventoryIDs::ROOT, "ROOT"));
-    for (KvUInt32 i = 1; i <= count / 4; ++i) {
-        const KvCInventoryAddress channel(KvNInventoryIDs::IOCHANNEL.getCategory(), i);
-        KvCInventoryItem* item = root->addPath(errors, channel);
-        item->createParameter<KvUInt32>(errors, KvNInventoryIDs::CHANNEL_NUMBER, i, "", false, 0, nullptr, nullptr,
-                                        nullptr);
-        item->createParameter<double>(errors, KvNInventoryIDs::VOLTAGE_MAX, 10.5, "V", true, 3, nullptr, nullptr,
-                                      nullptr);
-        item->createParameter<KvCString>(errors, KvNInventoryIDs::SIGNAL_NAME, KvCString("AI 17"), "", true, 0, nullptr,
-                                         nullptr, nullptr);
-        item->createParameter<float>(errors, KvNInventoryIDs::SCALING_FACTOR, 0.5F, "", false, 0, nullptr, nullptr,
-                                     nullptr);
-    }
-    return root;
+    if (good)
+        return;
+    std::fprintf(stderr, "bench_model: %s\n", what);
+    std::exit(1);
 }
 
-/** One item with `count` parameters: the catalogue's IDs first, then numbers without a name. */
-Tree makeFat(KvCErrorListPool& errors, KvUInt32 count)
+void check(const KvCErrorListPool& errors)
 {
-    Tree root(new KvCInventoryItem(errors, KvNInventoryIDs::ROOT, "ROOT"));
-    for (KvUInt32 i = 1; i <= count; ++i) {
-        auto* parameter = new KvCInventoryParameter(errors, KvCInventoryAddress(i), KvNInventoryIDs::Map.get(i), i, "",
-                                                    false, KvUInt32{0});
-        root->addParameter(errors, KvNInventoryIDs::THIS_NODE, parameter);
-    }
-    return root;
+    check(errors.getErrorCount() == 0, errors.getErrorText(0));
 }
 
-/** One item with `count` children without parameters. */
-Tree makeWide(KvCErrorListPool& errors, KvUInt32 count)
-{
-    Tree root(new KvCInventoryItem(errors, KvNInventoryIDs::ROOT, "ROOT"));
-    for (KvUInt32 i = 1; i <= count; ++i)
-        root->addPath(errors, KvCInventoryAddress(KvNInventoryIDs::IOCHANNEL.getCategory(), i));
-    return root;
-}
-
-std::size_t allocations = 0;
-
-bool countAllocation(void*, std::size_t)
-{
-    ++allocations;
-    return true;
-}
-
-template <Tree (*make)(KvCErrorListPool&, KvUInt32)>
-void read(benchmark::State& state)
+Tree readTree(KvCBuffer& stream)
 {
     KvCErrorListPool errors;
-    const KvUInt32 count = static_cast<KvUInt32>(state.range(0));
-    KvCBuffer stream(errors);
+    KvCInventoryItem* tree = nullptr;
     KvCInventoryItemFactory factory(errors);
-    factory.serialize(errors, &stream, make(errors, count).get());
-    KvNAllocation::setHook(countAllocation, nullptr);
-    std::size_t held = 0;
-    allocations = 0;
+    factory.deserialize(errors, tree, &stream);
+    check(errors);
+    return Tree(tree);
+}
+
+void writeTree(KvCInventoryItem& tree, KvCBuffer& stream)
+{
+    KvCErrorListPool errors;
+    KvCInventoryItemFactory factory(errors);
+    factory.serialize(errors, &stream, &tree);
+    check(errors);
+}
+
+/** A shape of a size: its stream, and what each peer writes for it. */
+class Sample
+{
+public:
+    Sample(const Shape& shape, KvUInt32 parameters) : m_shape(shape), m_parameters(parameters), m_stream(m_errors)
+    {
+        const Tree made = make();
+        writeTree(*made, m_stream);
+        const Tree read = readTree(m_stream);
+        KvNWalk::Digest expected;
+        KvNWalk::Digest found;
+        KvNWalk::walk(*made, expected);
+        KvNWalk::walk(*read, found);
+        check(found == expected && found.parameters == parameters, "a tree is read as another one");
+    }
+
+    static Sample& of(const Shape& shape, KvUInt32 parameters)
+    {
+        static std::map<std::pair<std::string, KvUInt32>, std::unique_ptr<Sample>> all;
+        std::unique_ptr<Sample>& sample = all[{shape.name, parameters}];
+        if (!sample)
+            sample = std::make_unique<Sample>(shape, parameters);
+        return *sample;
+    }
+
+    KvUInt32 parameters() const { return m_parameters; }
+    KvCBuffer& stream() { return m_stream; }
+    Tree make() const
+    {
+        KvCErrorListPool errors;
+        Tree tree = m_shape.make(errors, m_parameters);
+        check(errors);
+        return tree;
+    }
+    const std::string& bytesOf(const Peer& peer)
+    {
+        std::string& bytes = m_peers[peer.name];
+        if (bytes.empty())
+            bytes = verifiedBytes(peer, *make());
+        return bytes;
+    }
+
+private:
+    const Shape& m_shape;
+    KvUInt32 m_parameters;
+    KvCErrorListPool m_errors;
+    KvCBuffer m_stream;
+    std::map<std::string, std::string> m_peers;
+};
+
+/** The stream becomes a tree, which is walked and freed. */
+void readOnce(KvCErrorListPool& errors, KvCInventoryItemFactory& factory, Sample& sample)
+{
+    KvCInventoryItem* tree = nullptr;
+    factory.deserialize(errors, tree, &sample.stream());
+    KvNWalk::Sum sum;
+    KvNWalk::walk(*tree, sum);
+    benchmark::DoNotOptimize(sum);
+    delete tree;
+}
+
+void readOurs(State& state, Sample& sample)
+{
+    KvCErrorListPool errors;
+    KvCInventoryItemFactory factory(errors);
+    for (auto _ : state)
+        readOnce(errors, factory, sample);
+    check(errors);
+}
+
+void readPeer(State& state, Sample& sample, const Peer& peer)
+{
+    const std::string& bytes = sample.bytesOf(peer);
     for (auto _ : state) {
-        const std::size_t before = mallinfo2().uordblks + mallinfo2().hblkhd;
-        KvCInventoryItem* tree = nullptr;
-        factory.deserialize(errors, tree, &stream);
-        held = mallinfo2().uordblks + mallinfo2().hblkhd - before;
-        delete tree;
+        const auto tree = peer.make();
+        check(tree->parse(bytes), peer.name);
+        KvNWalk::Sum sum;
+        tree->walk(sum);
+        benchmark::DoNotOptimize(sum);
     }
-    KvNAllocation::setHook(nullptr, nullptr);
-    const double total = static_cast<double>(count);
-    state.counters["allocations"] = static_cast<double>(allocations) / static_cast<double>(state.iterations()) / total;
-    state.counters["bytes"] = static_cast<double>(held) / total;
-    state.counters["each"] =
-        benchmark::Counter(total, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-    if (errors.getErrorCount() != 0)
-        state.SkipWithError(errors.getErrorText(0));
 }
 
-template <Tree (*make)(KvCErrorListPool&, KvUInt32)>
-void write(benchmark::State& state)
+void writeOurs(State& state, Sample& sample, bool asRead)
 {
     KvCErrorListPool errors;
-    const KvUInt32 count = static_cast<KvUInt32>(state.range(0));
-    const Tree tree = make(errors, count);
     KvCInventoryItemFactory factory(errors);
-    KvNAllocation::setHook(countAllocation, nullptr);
-    allocations = 0;
+    const Tree tree = asRead ? readTree(sample.stream()) : sample.make();
     for (auto _ : state) {
         KvCBuffer stream(errors);
         factory.serialize(errors, &stream, tree.get());
         benchmark::DoNotOptimize(stream.getStartPointer());
     }
-    KvNAllocation::setHook(nullptr, nullptr);
-    const double total = static_cast<double>(count);
-    state.counters["allocations"] = static_cast<double>(allocations) / static_cast<double>(state.iterations()) / total;
-    state.counters["each"] =
-        benchmark::Counter(total, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-    if (errors.getErrorCount() != 0)
-        state.SkipWithError(errors.getErrorText(0));
+    check(errors);
 }
 
-BENCHMARK(read<makeRealistic>)
-    ->Name("read/realistic")
-    ->RangeMultiplier(10)
-    ->Range(1000, 1000000)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(read<makeFat>)
-    ->Name("read/parameters of one item")
-    ->RangeMultiplier(10)
-    ->Range(1000, 1000000)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(read<makeWide>)
-    ->Name("read/children of one item")
-    ->RangeMultiplier(10)
-    ->Range(1000, 1000000)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(write<makeRealistic>)
-    ->Name("write/realistic")
-    ->RangeMultiplier(10)
-    ->Range(1000, 1000000)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(write<makeFat>)
-    ->Name("write/parameters of one item")
-    ->RangeMultiplier(10)
-    ->Range(1000, 1000000)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(write<makeWide>)
-    ->Name("write/children of one item")
-    ->RangeMultiplier(10)
-    ->Range(1000, 1000000)
-    ->Unit(benchmark::kMillisecond);
+void writePeer(State& state, Sample& sample, const Peer& peer, bool asRead)
+{
+    const auto tree = peer.make();
+    if (asRead)
+        check(tree->parse(sample.bytesOf(peer)), peer.name);
+    else
+        tree->fill(*sample.make());
+    for (auto _ : state) {
+        std::string bytes = tree->write();
+        benchmark::DoNotOptimize(bytes.data());
+    }
+}
+
+/** The bytes of the stream, copied to memory that is taken for them. */
+void copyStream(State& state, Sample& sample)
+{
+    const std::size_t size = sample.stream().getWritePosition();
+    for (auto _ : state) {
+        const auto copy = std::make_unique_for_overwrite<char[]>(size);
+        std::memcpy(copy.get(), sample.stream().getStartPointer(), size);
+        benchmark::DoNotOptimize(copy.get());
+        benchmark::ClobberMemory();
+    }
+}
+
+/** A file with the section of a sample's tree, gone with the object. */
+class SectionFile
+{
+public:
+    explicit SectionFile(Sample& sample)
+    {
+        const char* folder = std::getenv("TMPDIR");
+        m_path = std::string(folder == nullptr ? "/tmp" : folder) + "/bench-section-XXXXXX";
+        const int file = ::mkstemp(m_path.data());
+        check(file >= 0, "no temporary file");
+        ::close(file);
+        KvCErrorListPool errors;
+        KvCBuffer section(errors);
+        const Tree tree = readTree(sample.stream());
+        KvCInventoryData::generateInventorySection(errors, section, tree.get());
+        section.WriteToFile(errors, m_path.c_str());
+        check(errors);
+        m_size = section.getWritePosition();
+    }
+    ~SectionFile() { ::unlink(m_path.c_str()); }
+    SectionFile(const SectionFile&) = delete;
+    SectionFile& operator=(const SectionFile&) = delete;
+
+    const char* path() const { return m_path.c_str(); }
+    std::size_t size() const { return m_size; }
+
+private:
+    std::string m_path;
+    std::size_t m_size = 0;
+};
+
+void sectionOurs(State& state, Sample& sample)
+{
+    KvCErrorListPool errors;
+    const SectionFile file(sample);
+    for (auto _ : state) {
+        KvCInventoryItem* tree = nullptr;
+        KvCInventoryData::extractInventoryTreeFromFile(errors, file.path(), tree);
+        KvNWalk::Sum sum;
+        KvNWalk::walk(*tree, sum);
+        benchmark::DoNotOptimize(sum);
+        check(sum.parameters == sample.parameters(), "a section is read as another tree");
+        delete tree;
+    }
+    check(errors);
+}
+
+/** read(2) into memory, and then what readOurs does with bytes that are there. */
+void sectionFloor(State& state, Sample& sample)
+{
+    KvCErrorListPool errors;
+    KvCInventoryItemFactory factory(errors);
+    const SectionFile file(sample);
+    for (auto _ : state) {
+        {
+            const auto bytes = std::make_unique_for_overwrite<char[]>(file.size());
+            const int source = ::open(file.path(), O_RDONLY | O_CLOEXEC);
+            check(::read(source, bytes.get(), file.size()) == static_cast<ssize_t>(file.size()), "read");
+            ::close(source);
+            benchmark::DoNotOptimize(bytes.get());
+        }
+        readOnce(errors, factory, sample);
+    }
+    check(errors);
+}
+
+void textOurs(State& state, Sample& sample)
+{
+    KvCErrorListPool errors;
+    const Tree tree = readTree(sample.stream());
+    for (auto _ : state) {
+        const KvCString text = tree->toString(errors, 0, 0);
+        benchmark::DoNotOptimize(text.c_str());
+    }
+    check(errors);
+}
+
+void textPeer(State& state, Sample& sample)
+{
+    KvCErrorListPool errors;
+    const KvCString text = readTree(sample.stream())->toString(errors, 0, 0);
+    const auto save = KvNPeers::savedDocument(text.c_str());
+    for (auto _ : state) {
+        const std::string saved = save();
+        benchmark::DoNotOptimize(saved.data());
+    }
+}
+
+void lookupOurs(State& state, const Shape& shape, KvUInt32 parameters)
+{
+    const KvNLookup::Paths& paths = KvNLookup::of(shape, parameters);
+    for (auto _ : state)
+        for (const KvCInventoryAddress& address : paths.addresses)
+            benchmark::DoNotOptimize(paths.tree->getParameter(address));
+}
+
+void lookupPeer(State& state, const Shape& shape, KvUInt32 parameters)
+{
+    const KvNLookup::Paths& paths = KvNLookup::of(shape, parameters);
+    for (auto _ : state)
+        for (const KvNLookup::PlainPath& path : paths.plainPaths)
+            benchmark::DoNotOptimize(KvNLookup::find(*paths.plain, path));
+}
+
+template <class Work, class... Arguments>
+void announce(const std::string& work, const Shape& shape, KvUInt32 parameters, const char* who, Work run,
+              Arguments... arguments)
+{
+    const std::string name = work + "/" + shape.name + "/" + std::to_string(parameters) + "/" + who;
+    benchmark::RegisterBenchmark(name.c_str(), [=, &shape](State& state) {
+        if constexpr (std::is_invocable_v<Work, State&, const Shape&, KvUInt32>)
+            run(state, shape, parameters);
+        else
+            run(state, Sample::of(shape, parameters), arguments...);
+    })->Unit(benchmark::kMicrosecond);
+}
+
+void announceAll(const Shape& shape, KvUInt32 parameters)
+{
+    announce("read", shape, parameters, "kvinventory", readOurs);
+    announce("write", shape, parameters, "kvinventory", writeOurs, true);
+    announce("write-built", shape, parameters, "kvinventory", writeOurs, false);
+    announce("read", shape, parameters, "memcpy", copyStream);
+    announce("section", shape, parameters, "kvinventory", sectionOurs);
+    announce("section", shape, parameters, "read-2-and-read", sectionFloor);
+    for (const Peer& peer : KvNPeers::peers()) {
+        announce("read", shape, parameters, peer.name, readPeer, peer);
+        announce("write", shape, parameters, peer.name, writePeer, peer, true);
+        announce("write-built", shape, parameters, peer.name, writePeer, peer, false);
+    }
+    announce("text", shape, parameters, "kvinventory", textOurs);
+    if (!KvNPeers::peers().empty())
+        announce("text", shape, parameters, "pugixml", textPeer);
+    if (KvNLookup::isMadeFor(shape)) {
+        announce("lookup", shape, parameters, "kvinventory", lookupOurs);
+        announce("lookup", shape, parameters, "unordered_map", lookupPeer);
+    }
+}
+
+/** Some peers recurse as deep as the tree: the program starts itself once more with a stack for that. */
+void useLargeStack(char** argv)
+{
+    constexpr rlim_t enough = rlim_t{1} << 30;
+    rlimit stack{};
+    ::getrlimit(RLIMIT_STACK, &stack);
+    if (stack.rlim_cur != RLIM_INFINITY && stack.rlim_cur < enough) {
+        stack.rlim_cur = std::min(stack.rlim_max, enough);
+        if (::setrlimit(RLIMIT_STACK, &stack) == 0 && std::getenv("KV_BENCH_LARGE_STACK") == nullptr) {
+            ::setenv("KV_BENCH_LARGE_STACK", "1", 1);
+            ::execv("/proc/self/exe", argv);
+        }
+    }
+}
 
 }  // namespace
+
+int main(int argc, char** argv)
+{
+    useLargeStack(argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    for (const Shape& shape : KvNTrees::shapes)
+        for (const KvUInt32 parameters :
+             std::set<KvUInt32>{1000, 10000, 100000, 1000000, shape.usual, 10 * shape.usual})
+            announceAll(shape, parameters);
+    return benchmark::RunSpecifiedBenchmarks() == 0 ? 1 : 0;
+}
