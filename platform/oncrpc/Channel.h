@@ -18,7 +18,10 @@ public:
         when that was not enough: the loop has to go on, with a call that names no connection from the start. */
     bool drive(PendingCall& call) noexcept;
     /** Whether the next call could be driven as well. */
-    bool isFree() const noexcept { return isOpen() && !incoming().inRecord() && !hasOutput() && calls.empty(); }
+    bool isFree() const noexcept
+    {
+        return isOpen() && !incoming().inRecord() && nothingUnfed() && !hasOutput() && calls.empty();
+    }
     using RpcStream::attach;
     using RpcStream::detach;
 
@@ -51,7 +54,8 @@ private:
  *
  * Between quick calls an idle connection is parked off the loop. A caller that finds it there drives it himself, which
  * spares two changes of threads; after 2 ms, or when anybody else wants the connection, it goes back to the loop, which
- * alone knows deadlines, cancelling, sending again and failures.
+ * alone knows deadlines, cancelling, sending again and failures. Nobody watches a parked connection: that its peer has
+ * closed it is found by the next call, and until then it keeps its descriptor.
  */
 class Channel final : public std::enable_shared_from_this<Channel>,
                       public KvNAllocation::Object,

@@ -4,7 +4,6 @@
 #include <utility>
 
 #if defined(KV_RPC_DRIVEN)
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -397,14 +396,17 @@ void RpcStream::close() noexcept
 bool RpcStream::detach() noexcept
 {
 #if defined(KV_RPC_DRIVEN)
+    if (m_reading || m_writing)
+        return false;  // what is waited for would be told while somebody else has the stream
+    // Without the limit a caller could wait for ever: no limit, no driving.
+    constexpr timeval wait{0, 2000};
+    if (::setsockopt(m_socket.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait) != 0)
+        return false;
     std::error_code error;
-    const int descriptor = m_socket.release(error);
+    m_socket.non_blocking(false, error);
     if (error)
         return false;
-    constexpr timeval wait{0, 2000};
-    ::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
-    ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
-    m_descriptor = descriptor;
+    m_descriptor = m_socket.release(error);
     m_driven = true;
     return true;
 #else
@@ -452,7 +454,7 @@ bool RpcStream::sendDriven(const std::shared_ptr<Outgoing>& message) noexcept
 bool RpcStream::readDriven(TimePoint until) noexcept
 {
     unsigned char buffer[readAtOnce];
-    return readSome(1, buffer, sizeof buffer) && Clock::now() < until;
+    return readSome(1, buffer, sizeof buffer) && m_stash.size() == 0 && Clock::now() < until;
 }
 
 #endif

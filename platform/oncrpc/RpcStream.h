@@ -101,19 +101,19 @@ protected:
     virtual bool onRest() noexcept { return false; }
 
     void end(End why, const std::error_code& error) noexcept;
-    /** Whether what was received is used up with the record that is being told. */
+    /** Whether what was received is used up, with the record that is being told if there is one. */
     bool nothingUnfed() const noexcept { return m_unfed == 0 && m_stash.size() == 0; }
 
-    /** Takes the socket off the loop, so that the stream may be driven; false where that cannot be. On the loop's
-       thread, without output or an operation in progress. */
+    /** Takes the socket off the loop, so that the stream may be driven; false where that cannot be, among others while
+        an operation is in progress. On the loop's thread, without output. */
     bool detach() noexcept;
     /** Puts the socket back on the loop, on whose thread this is called; what has happened meanwhile is told. */
     void attach() noexcept;
 #if defined(KV_RPC_DRIVEN)
     /** Sends a record on a detached stream; false when some of it is left, which is queued. */
     bool sendDriven(const std::shared_ptr<Outgoing>& message) noexcept;
-    /** Waits a short time for bytes on a detached stream and reads once; false when `until` has passed or the stream
-       has ended. */
+    /** Waits a short time for bytes on a detached stream and reads once; false when `until` has passed, the stream has
+        ended, or more has come than is taken in one go. */
     bool readDriven(TimePoint until) noexcept;
 #endif
 

@@ -1,4 +1,9 @@
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -11,6 +16,22 @@
 namespace {
 
 using namespace std::chrono_literals;
+
+/** Whether the system refuses to limit how long a socket is waited for. */
+std::atomic<bool> refusesLimits{false};
+
+}  // namespace
+
+extern "C" int setsockopt(int socket, int level, int name, const void* value, socklen_t size) noexcept
+{
+    if (level == SOL_SOCKET && name == SO_RCVTIMEO && refusesLimits) {
+        errno = ENOMEM;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_setsockopt, socket, level, name, value, size));
+}
+
+namespace {
 
 Bytes answerTo(const Bytes& call, const std::string& text)
 {
@@ -52,6 +73,18 @@ TEST(ParkedConnection, StillEndsACallAtItsDeadline)
                                                    std::to_string(board.port()) + " did not answer within 150 ms.");
     ASSERT_EQ(client.echo("x"), KvCRpcClient::Success);
     EXPECT_EQ(board.connections(), 2);
+}
+
+TEST(ParkedConnection, IsThereOnlyWhereItsWaitingCanBeLimited)
+{
+    refusesLimits = true;
+    ScriptedBoard board(
+        afterQuickCalls(3, [](ScriptedBoard::Connection& connection, const Bytes&, int) { connection.sleep(2000); }));
+    TestClient client(board.port());
+    client.set(KvCRpcClient::CallTimeout, 150000);
+    callQuickly(client, 3);
+    EXPECT_EQ(client.echo("x", 2), KvCRpcClient::TimedOut) << "at its deadline, not when the board has gone";
+    refusesLimits = false;
 }
 
 TEST(ParkedConnection, DoesNotHoldUpOthersBehindASlowCall)
@@ -164,6 +197,25 @@ TEST(ParkedConnection, PassesOverWhatNobodyAskedFor)
             connection.send(foreign + answerTo(call, "own") + half);
             connection.sleep(1);
             connection.send(rest);
+        }
+    });
+    TestClient client(board.port());
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(client.echo("x"), KvCRpcClient::Success);
+        EXPECT_EQ(client.answer, "own");
+    }
+    EXPECT_EQ(board.connections(), 1);
+}
+
+TEST(ParkedConnection, PassesOverManyRecordsAtOnceBeforeAndBehindTheReply)
+{
+    ScriptedBoard board([](ScriptedBoard::Connection& connection, int) {
+        for (Bytes call = connection.readCall(); !call.empty(); call = connection.readCall()) {
+            Bytes all;
+            for (KvUInt32 i = 0; i < 15; ++i)
+                all = all + (i == 7 ? answerTo(call, "own")
+                                    : record(accepted(unitAt(call, 0) + 1000 + i, 0, textBytes("foreign"))));
+            connection.send(all);
         }
     });
     TestClient client(board.port());
