@@ -165,12 +165,14 @@ bool_t xdr_KvInventoryManagerRpcIFScanReply(XDR* xdrs, KvInventoryManagerRpcIFSc
 {
     if (xdrs->x_op == KvNXdr::XDR_FREE)
         return field(xdrs, record->errorList);
+    if (xdrs->x_op != KvNXdr::XDR_DECODE)
+        return 0;
     record->receiver->onReply();
     const char* tree = nullptr;
     if (!field(xdrs, record->status) || !KvNXdr::xdr_bytesInPlace(xdrs, &tree, &record->treeLength, Unbounded) ||
         !field(xdrs, record->errorList))
         return 0;
-    if (KvNXdr::xdrmem_left(xdrs) == 0 && record->treeLength != 0)
+    if (record->treeLength != 0)
         record->receiver->onTree(tree, record->treeLength);
     return 1;
 }

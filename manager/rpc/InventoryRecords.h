@@ -161,7 +161,7 @@ class TreeReceiver
 public:
     /** A reply has come; called before memory is taken for what it holds. */
     virtual void onReply() = 0;
-    /** The bytes of the tree, of a reply that is whole; valid during this call only. */
+    /** The bytes of the tree, of a reply that has all its fields, when there are any; valid during this call only. */
     virtual void onTree(const char* bytes, KvUInt32 length) = 0;
 
 protected:

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 
 #include "Bytes.h"
 #include "inventory_manager.h"
@@ -133,6 +134,52 @@ TEST(InventoryRecords, theArgumentsOfTheTwoUpdatesOrderTheirFieldsDifferently)
             ADDRESS_BYTES "00000007 " FILE_NAME_BYTES "00000002 00000001 00000002", xdr_KvimUpdateArguments);
     travels(KvInventoryManagerRpcIFUpdate2Arguments{address, 7, 5, fileName, 0x100000002},
             ADDRESS_BYTES "00000007 00000005 " FILE_NAME_BYTES "00000001 00000002", xdr_KvimUpdate2Arguments);
+}
+
+/** Keeps what it is told of a tree. */
+struct TreeKeeper final : KvNInventoryRpc::TreeReceiver
+{
+    void onReply() override { told += "reply "; }
+    void onTree(const char* bytes, KvUInt32 length) override
+    {
+        told += "tree";
+        tree.assign(bytes, bytes + length);
+    }
+    std::string told;
+    Bytes tree;
+};
+
+TEST(InventoryRecords, aScansTreeGoesToItsReceiverWhereItWasReceived)
+{
+    using Reply = KvInventoryManagerRpcIFScanReply;
+    const KvNXdr::xdrproc_t routine = KvNInventoryRpc::routine<Reply>;
+    const Bytes bytes = hex("00000005 " THREE_BYTES "00000001 09000000");
+    TreeKeeper keeper;
+    Reply reply{0, 0, none, &keeper};
+    EXPECT_TRUE(decode(routine, &reply, bytes));
+    EXPECT_EQ("reply tree", keeper.told);
+    EXPECT_EQ((Bytes{1, 2, 3}), keeper.tree);
+    EXPECT_EQ(5u, reply.status);
+    EXPECT_EQ(3u, reply.treeLength);
+    EXPECT_EQ(1u, reply.errorList.length);
+    EXPECT_EQ(Bytes(), encode(routine, &reply)) << "it is for decoding only";
+    KvNXdr::xdr_free(routine, &reply);
+    for (std::size_t length = 0; length < bytes.size(); ++length) {
+        TreeKeeper cutKeeper;
+        Reply cut{0, 0, none, &cutKeeper};
+        EXPECT_FALSE(decode(routine, &cut, Bytes(bytes.begin(), bytes.begin() + static_cast<long>(length)))) << length;
+        EXPECT_EQ("reply ", cutKeeper.told) << length;
+        KvNXdr::xdr_free(routine, &cut);
+    }
+}
+
+TEST(InventoryRecords, aScanWithoutATreeHandsNoneOver)
+{
+    TreeKeeper keeper;
+    KvInventoryManagerRpcIFScanReply reply{0, 0, none, &keeper};
+    EXPECT_TRUE(
+        decode(KvNInventoryRpc::routine<KvInventoryManagerRpcIFScanReply>, &reply, hex("00000000 " NO_BYTES NO_BYTES)));
+    EXPECT_EQ("reply ", keeper.told);
 }
 
 TEST(InventoryRecords, resultsEndWithAnErrorList)
