@@ -90,6 +90,13 @@ void KvCInventoryManager::configureRPCClient(KvCErrorListPool& errors, KvCRpcCli
         client.setRepeatable(number);
 #include "manager/rpc/Procedures.def"
 #undef KV_PROCEDURE
+    connectRPCClient(errors, client, boardDescription);
+}
+
+void KvCInventoryManager::connectRPCClient(KvCErrorListPool& errors, KvCRpcClient& client,
+                                           const KvCString& boardDescription)
+{
+    // Kept: the origin is that of the first connecting, as users know it.
     if (client.connect(errors) != 0)
         KV_REPORT(errors, BoardConnectFailed, "KvCInventoryManager::configureRPCClient", boardDescription);
 }

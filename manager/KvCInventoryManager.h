@@ -136,11 +136,19 @@ public:
         0x160080B, 0x1600816 to 0x1600819, 0x160081D. */
     long scan(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, KvCInventoryItem*& tree) const;
 
-    /** As scan(), but delivers every board that could be read, whichever others failed and in whatever order, and says
-       in `boards` how each one came out, in the order of the root handle. 0 when `tree` holds at least one board,
-       complete or not; -1 and a null tree when there is none. */
+    /** As scan(), but delivers every board that could be read, whichever others failed and in whatever order.
+        @param[in] errors,rootHandle as of scan()
+        @param[out] tree the caller's; null when no board could be read
+        @param[out] boards how each board came out, in the order of the root handle
+        @param progress called once for each board, when its answer has come or its scan has failed, with how many have
+               so far (1, 2 and so on up to the number of boards) and `context`; on this thread or on one that the scan
+               has started, one call at a time, and not any more after the return. It holds up the scan, must not throw
+               and makes no use of the root handle or its boards; may be null
+        @param context handed to `progress` untouched
+        @return 0 when `tree` holds at least one board, complete or not, else -1 */
     long scanBoards(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, KvCInventoryItem*& tree,
-                    KvNInventoryManager::KvTBoardScans& boards) const;
+                    KvNInventoryManager::KvTBoardScans& boards, void (*progress)(KvUInt32, void*) = nullptr,
+                    void* context = nullptr) const;
 
     /** Reads the parameter at `address` from its board into `parameter`. Codes 0x1600800, 0x160080C, 0x1600816 to
         0x1600818. */
@@ -268,6 +276,8 @@ private:
     KVINVENTORYMANAGERRPCIF1Client* getRPCClient(KvCErrorListPool& errors, void* deviceHandle) const;
     /** Tells a new client which service it calls and how, and connects it (0x1600803). */
     static void configureRPCClient(KvCErrorListPool& errors, KvCRpcClient& client, const KvCString& boardDescription);
+    /** Connects a client that knows its service (0x1600803). */
+    static void connectRPCClient(KvCErrorListPool& errors, KvCRpcClient& client, const KvCString& boardDescription);
 
     /** The address as its wire record, of which the values are the caller's (KvNAllocation::release). 0x160081A. */
     long marshalInventoryAddress(KvCErrorListPool& errors, KvCInventoryAddress address,

@@ -77,6 +77,8 @@ long KvCInventoryManager::scan(KvCErrorListPool& errors, KVINVENTORYMANAGERRPCIF
     };
     if (!remote.call(stub, flag))
         return -1;
+    if (turn != nullptr)
+        turn->noteReply(errors);
     if (remote.result().treeLength == 0) {
         KV_REPORT(errors, ScanResultEmpty, origin, boardDescription);
         return -1;
@@ -135,7 +137,7 @@ long KvCInventoryManager::scan(KvCErrorListPool& errors, KvCInventoryRootHandle*
     KvCInventoryItem* root = makeRoot(errors, origin);
     if (root == nullptr)
         return -1;
-    if (!ScanOfBoards(errors, origin, *rootHandle, *root, nullptr).run()) {
+    if (!ScanOfBoards(errors, origin, *rootHandle, *root).run()) {
         delete root;
         return -1;
     }
@@ -144,7 +146,8 @@ long KvCInventoryManager::scan(KvCErrorListPool& errors, KvCInventoryRootHandle*
 }
 
 long KvCInventoryManager::scanBoards(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
-                                     KvCInventoryItem*& tree, KvTBoardScans& boards) const
+                                     KvCInventoryItem*& tree, KvTBoardScans& boards, void (*progress)(KvUInt32, void*),
+                                     void* context) const
 {
     constexpr const char* origin = "KvCInventoryManager::scanBoards";
     tree = nullptr;
@@ -162,7 +165,7 @@ long KvCInventoryManager::scanBoards(KvCErrorListPool& errors, KvCInventoryRootH
     KvCInventoryItem* root = makeRoot(errors, origin);
     if (root == nullptr)
         return -1;
-    ScanOfBoards(errors, origin, *rootHandle, *root, &boards).run();
+    ScanOfBoards(errors, origin, *rootHandle, *root, &boards, progress, context).run();
     if (root->getFirstSubItem() == nullptr) {
         delete root;
         return -1;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 #include <new>
+#include <optional>
 
 #include "base/Report.h"
 #include "inventory/ids/KvNInventoryIDs.h"
@@ -19,19 +20,12 @@ namespace {
 constexpr KvUInt32 mostAtOnce = 256;
 constexpr KvUInt32 noBoard = 0xFFFFFFFF;
 
-/** Whether a scan failed for want of something on this side that a board scanned alone may well have. What the board
-    itself reports does not count. */
-bool lackedResources(const KvCErrorList& errors)
+/** Whether a scan failed for want of something on this side that a board scanned alone may well have. `first` is the
+    first entry that is none of the board's own, which say nothing about this side. */
+bool lackedResources(const KvCErrorList& errors, KvUInt32 first)
 {
-    const KvUInt32 count = errors.getErrorCount();
-    if (count == 0)
-        return false;
-    const auto codeAt = [&errors](KvUInt32 i) { return static_cast<KvNMessage>(errors.getErrorCode(i)); };
-    if (codeAt(count - 1) == KvNMessage::ScanResultEmpty ||
-        codeAt(count - 1) == KvNMessage::RemoteTreeDeserializeFailed)
-        return false;
-    for (KvUInt32 i = 0; i < count; ++i) {
-        switch (codeAt(i)) {
+    for (KvUInt32 i = first; i < errors.getErrorCount(); ++i) {
+        switch (static_cast<KvNMessage>(errors.getErrorCode(i))) {
             case KvNMessage::RpcRepliesTooLarge:
             case KvNMessage::RpcOutOfMemory:
             case KvNMessage::AllocationFailed:
@@ -61,6 +55,14 @@ void ScanTurns::giveBack()
     m_freed.notify_one();
 }
 
+void ScanTurns::tellProgress()
+{
+    if (m_progress == nullptr)
+        return;
+    const std::lock_guard lock(m_progressMutex);
+    m_progress(++m_answered, m_context);
+}
+
 /** One board, and what became of it. */
 struct ScanOfBoards::OneScan
 {
@@ -69,8 +71,10 @@ struct ScanOfBoards::OneScan
     KvCString description;
     KvCInventoryItem* tree = nullptr;
     bool hasClient = false;
-    bool clean = false;     // the scan itself reported nothing
-    bool reported = false;  // it or the making of the client did
+    bool connectFailed = false;
+    bool clean = false;          // the scan itself reported nothing
+    bool reported = false;       // it or the making of the client did
+    KvUInt32 firstOwnError = 0;  // as ScanTurn has it
 };
 
 /** What the threads of a scan share: the boards are theirs, each by the one that has taken its number. */
@@ -84,13 +88,24 @@ struct ScanOfBoards::SideBySide
     };
     using Order = std::vector<KvUInt32, KvNAllocation::Allocator<KvUInt32>>;
 
-    explicit SideBySide(KvUInt32 count) : boards(count), turns(KvNRtosAbstraction::processorCount()) {}
+    SideBySide(KvUInt32 count, ScanTurns& itsTurns) : boards(count), turns(itsTurns) {}
     void linkThoseOfOneAddress();
 
     std::vector<Board, KvNAllocation::Allocator<Board>> boards;
     std::atomic<KvUInt32> taken{0};
-    ScanTurns turns;
+    ScanTurns& turns;
 };
+
+ScanOfBoards::ScanOfBoards(KvCErrorListPool& errors, const char* origin, const KvCInventoryRootHandle& rootHandle,
+                           KvCInventoryItem& root, KvTBoardScans* boards, void (*progress)(KvUInt32, void*),
+                           void* context)
+    : m_errors(errors),
+      m_origin(origin),
+      m_rootHandle(rootHandle),
+      m_root(root),
+      m_boards(boards),
+      m_turns(KvNRtosAbstraction::processorCount(), progress, context)
+{}
 
 void ScanOfBoards::SideBySide::linkThoseOfOneAddress()
 {
@@ -119,7 +134,6 @@ void ScanOfBoards::prepare(OneScan& one, KvUInt32 ordinal) const
 {
     one.ordinal = ordinal;
     one.deviceHandle = m_rootHandle.getCnHandleByOrdinalNumber(m_errors, ordinal);
-    one.description = KvCInventoryManager::getHcnInfo(one.deviceHandle);
 }
 
 void ScanOfBoards::scanOne(KvCErrorListPool& errors, OneScan& one, ScanTurn* turn)
@@ -129,11 +143,16 @@ void ScanOfBoards::scanOne(KvCErrorListPool& errors, OneScan& one, ScanTurn* tur
     KVINVENTORYMANAGERRPCIF1Client* client = manager.getRPCClient(errors, one.deviceHandle);
     one.hasClient = client != nullptr;
     if (client != nullptr) {
+        // A client stays registered when it could not connect: another try is reported like the first.
+        if (one.connectFailed)
+            KvCInventoryManager::connectRPCClient(errors, *client, one.description);
+        one.connectFailed = connecting.grew();
         const KvNReport::Watch scanning(errors);
         manager.scan(errors, *client, one.description, one.tree, false, turn);
         one.clean = !scanning.grew();
     }
     one.reported = connecting.grew();
+    one.firstOwnError = turn != nullptr ? turn->firstOwnError() : 0;
 }
 
 bool ScanOfBoards::hang(KvCInventoryItem* tree) const
@@ -179,24 +198,27 @@ bool ScanOfBoards::runSideBySide()
     const KvUInt32 count = m_rootHandle.getBoardCount();
     if (count < 2)
         return false;
+    std::optional<SideBySide> all;
     try {
-        SideBySide all(count);
+        all.emplace(count, m_turns);
         for (KvUInt32 i = 0; i < count; ++i)
-            prepare(all.boards[i], i);
-        all.linkThoseOfOneAddress();
-        KvNRtosAbstraction::runSideBySide(std::min(count, mostAtOnce) - 1, work, &all);
-        for (SideBySide::Board& board : all.boards) {
-            if (board.tree == nullptr && lackedResources(board.errors)) {
-                board.errors.clear();
-                scanOne(board.errors, board, nullptr);
-            }
-            m_errors.takeOver(board.errors);
-            settle(board);
-        }
-        return true;
+            prepare(all->boards[i], i);
+        all->linkThoseOfOneAddress();
     } catch (const std::bad_alloc&) {
         return false;
     }
+    for (SideBySide::Board& board : all->boards)
+        board.description = KvCInventoryManager::getHcnInfo(board.deviceHandle);
+    KvNRtosAbstraction::runSideBySide(std::min(count, mostAtOnce) - 1, work, &*all);
+    for (SideBySide::Board& board : all->boards) {
+        if (board.tree == nullptr && lackedResources(board.errors, board.firstOwnError)) {
+            board.errors.clear();
+            scanOne(board.errors, board, nullptr);
+        }
+        m_errors.takeOver(board.errors);
+        settle(board);
+    }
+    return true;
 }
 
 bool ScanOfBoards::run()
@@ -204,9 +226,11 @@ bool ScanOfBoards::run()
     if (runSideBySide())
         return m_success;
     for (KvUInt32 i = 0; i < m_rootHandle.getBoardCount(); ++i) {
+        ScanTurn turn(m_turns);
         OneScan one;
         prepare(one, i);
-        scanOne(m_errors, one, nullptr);
+        one.description = KvCInventoryManager::getHcnInfo(one.deviceHandle);
+        scanOne(m_errors, one, &turn);
         settle(one);
     }
     return m_success;

@@ -13,14 +13,23 @@ namespace KvNInventoryManager {
 class ScanTurns
 {
 public:
-    explicit ScanTurns(KvUInt32 places) : m_free(places) {}
+    /** Of each board that has answered or failed `progress(how many so far, context)` is told, one call at a time;
+       null: nobody is. */
+    ScanTurns(KvUInt32 places, void (*progress)(KvUInt32, void*), void* context)
+        : m_free(places), m_progress(progress), m_context(context)
+    {}
     void take();
     void giveBack();
+    void tellProgress();
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_freed;
     KvUInt32 m_free;
+    std::mutex m_progressMutex;
+    void (*const m_progress)(KvUInt32, void*);
+    void* const m_context;
+    KvUInt32 m_answered = 0;
 };
 
 /** One board's turn: taken once its reply has come, given back at the end of the scope. */
@@ -32,19 +41,29 @@ public:
     {
         if (m_taken)
             m_turns.giveBack();
+        else
+            m_turns.tellProgress();
     }
     ScanTurn(const ScanTurn&) = delete;
     ScanTurn& operator=(const ScanTurn&) = delete;
 
     void take()
     {
-        if (!m_taken)
-            m_turns.take();
+        if (m_taken)
+            return;
+        m_turns.tellProgress();
+        m_turns.take();
         m_taken = true;
     }
 
+    /** The reply is taken: what the list holds so far may be what the board reports itself. */
+    void noteReply(const KvCErrorList& errors) { m_firstOwnError = errors.getErrorCount(); }
+    /** Where the errors of this side begin that followed the reply; 0 without a reply. */
+    KvUInt32 firstOwnError() const { return m_firstOwnError; }
+
 private:
     ScanTurns& m_turns;
+    KvUInt32 m_firstOwnError = 0;
     bool m_taken = false;
 };
 
@@ -59,9 +78,8 @@ class ScanOfBoards
 public:
     /** Trees are hung under `root`; `boards`, when there are any, has an entry for each board, which is filled. */
     ScanOfBoards(KvCErrorListPool& errors, const char* origin, const KvCInventoryRootHandle& rootHandle,
-                 KvCInventoryItem& root, KvTBoardScans* boards)
-        : m_errors(errors), m_origin(origin), m_rootHandle(rootHandle), m_root(root), m_boards(boards)
-    {}
+                 KvCInventoryItem& root, KvTBoardScans* boards = nullptr, void (*progress)(KvUInt32, void*) = nullptr,
+                 void* context = nullptr);
 
     /** What scan() goes by. */
     bool run();
@@ -82,6 +100,7 @@ private:
     const KvCInventoryRootHandle& m_rootHandle;
     KvCInventoryItem& m_root;
     KvTBoardScans* m_boards;
+    ScanTurns m_turns;
     bool m_success = false;
 };
 

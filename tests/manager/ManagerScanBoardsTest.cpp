@@ -1,9 +1,11 @@
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "ManagerTest.h"
 #include "platform/errorhandling/KvCErrorManager.h"
@@ -50,6 +52,59 @@ public:
 private:
     Order& m_order;
     const int m_turn;
+};
+
+/** What a scan tells of its progress, one call at a time. */
+class Told
+{
+public:
+    static void take(KvUInt32 boards, void* context)
+    {
+        auto* self = static_cast<Told*>(context);
+        if (self->m_busy.exchange(true))
+            self->m_atOnce = true;
+        {
+            const std::lock_guard lock(self->m_mutex);
+            self->m_numbers.push_back(boards);
+            self->m_changed.notify_all();
+        }
+        std::this_thread::yield();
+        self->m_busy = false;
+    }
+    /** Waits until so many boards were told of; false after 10 s. */
+    bool waitFor(std::size_t count)
+    {
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_numbers.size() >= count; });
+    }
+    std::vector<KvUInt32> numbers() const { return m_numbers; }
+    bool wasAtOnce() const { return m_atOnce; }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::vector<KvUInt32> m_numbers;
+    std::atomic<bool> m_busy{false};
+    std::atomic<bool> m_atOnce{false};
+};
+
+/** A client whose board answers when so many others were told of. */
+class TellingClient : public RecordingClient
+{
+public:
+    TellingClient(KvCErrorListPool& errors, Told& told, std::size_t others)
+        : RecordingClient(errors), m_told(told), m_others(others)
+    {}
+    long clntCall(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments,
+                  KvNXdr::xdrproc_t decoder, void* result) override
+    {
+        EXPECT_TRUE(m_told.waitFor(m_others)) << m_others;
+        return RecordingClient::clntCall(errors, procedure, encoder, arguments, decoder, result);
+    }
+
+private:
+    Told& m_told;
+    const std::size_t m_others;
 };
 
 class ScanSideBySide : public ::testing::Test
@@ -177,6 +232,116 @@ TEST_F(ScanSideBySide, DoesNotAskAgainForWhatABoardItselfReports)
     EXPECT_EQ((Codes{0x401, 0x401, 0x160080A}), codesOf(errors));
 }
 
+TEST_F(ScanSideBySide, DoesNotAskABoardAgainWhoseReportGoesWithABadTree)
+{
+    Bytes bad = treeStream(34);
+    bad.resize(bad.size() / 2);
+    RecordingClient& client = add(34, new RecordingClient(errors));
+    client.answer(1, scanResult(0, bad, errorBlock(0x401)));
+    add(35, new RecordingClient(errors));
+    makeRoot();
+    KvNInventoryManager::KvTBoardScans boards;
+    EXPECT_EQ(0, manager.scanBoards(errors, root, tree, boards));
+    EXPECT_EQ(1u, client.calls().size());
+    ASSERT_LT(2u, errors.getErrorCount());
+    EXPECT_EQ(0x401u, errors.getErrorCode(0));
+    EXPECT_EQ(0x160080Bu, errors.getErrorCode(errors.getErrorCount() - 1));
+}
+
+TEST_F(ScanSideBySide, TellsOfEachBoardAsItsAnswerComesOrFails)
+{
+    constexpr std::size_t count = 6;
+    Told told;
+    for (std::size_t i = 0; i < count; ++i) {
+        auto& client = add(static_cast<KvUInt32>(20 + i), new TellingClient(errors, told, count - 1 - i));
+        if (i == 2)
+            client.fail(1, 3);
+        if (i == 4)
+            client.answer(1, scanResult(0, {}));
+    }
+    makeRoot();
+    KvNInventoryManager::KvTBoardScans boards;
+    EXPECT_EQ(0, manager.scanBoards(errors, root, tree, boards, Told::take, &told));
+    EXPECT_EQ((std::vector<KvUInt32>{1, 2, 3, 4, 5, 6}), told.numbers());
+    EXPECT_EQ((std::vector<KvUInt32>{20, 21, 23, 25}), serialsOf(tree));
+}
+
+TEST_F(ScanSideBySide, TellsOfEachOfManyBoardsOnceAndOneAfterTheOther)
+{
+    for (KvUInt32 i = 0; i < 40; ++i)
+        addScripted(200 + i);
+    for (const std::size_t down : {3u, 17u, 39u})
+        scriptedBoards[down]->hangUp(1);
+    start();
+    Told told;
+    KvNInventoryManager::KvTBoardScans boards;
+    EXPECT_EQ(0, manager.scanBoards(errors, root, tree, boards, Told::take, &told));
+    std::vector<KvUInt32> expected(40);
+    for (KvUInt32 i = 0; i < 40; ++i)
+        expected[i] = i + 1;
+    EXPECT_EQ(expected, told.numbers());
+    EXPECT_FALSE(told.wasAtOnce());
+    EXPECT_EQ(37u, serialsOf(tree).size());
+}
+
+TEST_F(ScanSideBySide, TellsOfAnOnlyBoard)
+{
+    add(36, new RecordingClient(errors));
+    makeRoot();
+    Told told;
+    KvNInventoryManager::KvTBoardScans boards;
+    EXPECT_EQ(0, manager.scanBoards(errors, root, tree, boards, Told::take, &told));
+    EXPECT_EQ(std::vector<KvUInt32>{1}, told.numbers());
+}
+
+TEST_F(ScanSideBySide, ReportsBoardsThatCannotBeReachedAsEverWhicheverAllocationFails)
+{
+    infos.push_back(deviceInfo(ScriptedBoards::unusedAddress(), 90));
+    infos.push_back(deviceInfo(ScriptedBoards::unusedAddress(), 91));
+    bool failed = true;
+    for (std::size_t number = 1; failed; ++number) {
+        ASSERT_EQ(0, manager.createRootHandleByDeviceInfoList(errors, infos.data(), 2, root));
+        KvCErrorListPool reported;
+        {
+            const FailingAllocation failing(number);
+            EXPECT_EQ(-1, manager.scan(reported, root, tree));
+            failed = failing.hasFailed();
+        }
+        const Codes codes = codesOf(reported);
+        EXPECT_EQ(std::count(codes.begin(), codes.end(), 0x1600803u),
+                  std::count(codes.begin(), codes.end(), 0x1600804u))
+            << number;
+        manager.deleteRootHandle(errors, root);
+        root = nullptr;
+    }
+    KvCErrorManager::getMasterErrorList().clear();
+}
+
+TEST_F(ScanSideBySide, TellsTheErrorManagerOfBadHandlesOnceWhicheverAllocationFails)
+{
+    add(92, new RecordingClient(errors));
+    add(93, new RecordingClient(errors));
+    makeRoot();
+    for (void* device : std::exchange(devices, {}))
+        ASSERT_EQ(0, KvDAL_deleteDeviceHandle(errors, device));
+    bool failed = true;
+    for (std::size_t number = 1; failed; ++number) {
+        output.messages.clear();
+        KvCErrorListPool reported;
+        {
+            const FailingAllocation failing(number);
+            EXPECT_EQ(-1, manager.scan(reported, root, tree));
+            failed = failing.hasFailed();
+        }
+        const auto told =
+            std::count_if(output.messages.begin(), output.messages.end(),
+                          [](const CapturedOutput::Message& message) { return message.code == 0x160080E; });
+        EXPECT_LE(told, 2) << number;
+        EXPECT_TRUE(failed || told == 2);
+    }
+    KvCErrorManager::getMasterErrorList().clear();
+}
+
 TEST_F(ScanSideBySide, ReadsTwoHundredBoardsOverAndOver)
 {
     for (KvUInt32 i = 0; i < 200; ++i)
@@ -258,12 +423,14 @@ TEST_F(ScanSideBySide, ReportsOrDeliversEachBoardWhicheverAllocationFails)
             KvCErrorListPool reported;
             KvCInventoryItem* scanned = nullptr;
             KvNInventoryManager::KvTBoardScans boards;
+            Told told;
             long result = 0;
             {
                 const FailingAllocation failing(number, lasting);
-                result = manager.scanBoards(reported, root, scanned, boards);
+                result = manager.scanBoards(reported, root, scanned, boards, Told::take, &told);
                 failed = failing.hasFailed();
             }
+            EXPECT_TRUE(told.numbers().empty() || told.numbers() == (std::vector<KvUInt32>{1, 2, 3})) << number;
             EXPECT_EQ(result == 0, scanned != nullptr) << number;
             const std::size_t delivered = scanned != nullptr ? serialsOf(scanned).size() : 0;
             EXPECT_TRUE(reported.getErrorCount() != 0 || delivered == 3) << number;
