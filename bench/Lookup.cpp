@@ -17,11 +17,6 @@ using namespace KvNLookup;
 
 constexpr std::size_t lots = 4096;
 
-std::uint64_t keyOf(KvUInt32 category, KvUInt32 index)
-{
-    return std::uint64_t{category} << 32 | index;
-}
-
 PlainParameter plainOf(const KvCInventoryParameter& parameter)
 {
     PlainParameter plain;
@@ -90,24 +85,17 @@ void drawPaths(Paths& paths)
             return true;
         });
     std::mt19937 lot(1);
-    for (std::size_t i = 0; i < lots; ++i) {
-        KvCInventoryAddress address = all[lot() % all.size()]->getAddress().getSubAddress();
-        PlainPath plain{};
-        for (KvUInt32 step = 0; step < plain.items.size(); ++step)
-            plain.items[step] = keyOf(address.getCategoryAt(step), address.getIndexAt(step));
-        plain.parameter = address.getCategory();
-        paths.addresses.push_back(std::move(address));
-        paths.plainPaths.push_back(plain);
-    }
+    for (std::size_t i = 0; i < lots; ++i)
+        paths.addresses.push_back(all[lot() % all.size()]->getAddress().getSubAddress());
 }
 
 void verify(const Paths& paths, const KvCErrorListPool& errors)
 {
     bool good = errors.getErrorCount() == 0;
-    for (std::size_t i = 0; good && i < lots; ++i) {
-        const KvCInventoryParameter* own = paths.tree->getParameter(paths.addresses[i]);
-        const PlainParameter* found = find(*paths.plain, paths.plainPaths[i]);
-        good = own != nullptr && found != nullptr && paths.addresses[i].getLength() == 4;
+    for (const KvCInventoryAddress& address : paths.addresses) {
+        const KvCInventoryParameter* own = paths.tree->getParameter(address);
+        const PlainParameter* found = find(*paths.plain, address);
+        good = good && own != nullptr && found != nullptr && address.getLength() == 4;
         if (!good)
             break;
         const PlainParameter expected = plainOf(*own);

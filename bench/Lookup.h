@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -31,20 +30,12 @@ struct PlainItem
     std::unordered_map<std::uint64_t, std::unique_ptr<PlainItem>> children;  ///< by category and index
 };
 
-/** An address as the maps like it best: the keys of three items and of a parameter. */
-struct PlainPath
-{
-    std::array<std::uint64_t, 3> items;
-    KvUInt32 parameter;
-};
-
 /** Parameters of a tree drawn by lot, the same ones for both. */
 struct Paths
 {
     KvNTrees::Tree tree;
     std::unique_ptr<PlainItem> plain;
     std::vector<KvCInventoryAddress> addresses;
-    std::vector<PlainPath> plainPaths;
 };
 
 /** Whether the shape has parameters four steps below some root: realistic has, wide is put below two items. */
@@ -53,17 +44,22 @@ bool isMadeFor(const KvNTrees::Shape& shape);
 /** Made once; ends the program when the maps give another parameter than the tree for any path. */
 const Paths& of(const KvNTrees::Shape& shape, KvUInt32 parameters);
 
+inline std::uint64_t keyOf(KvUInt32 category, KvUInt32 index)
+{
+    return std::uint64_t{category} << 32 | index;
+}
+
 /** Null when there is none. */
-inline const PlainParameter* find(const PlainItem& root, const PlainPath& path)
+inline const PlainParameter* find(const PlainItem& root, const KvCInventoryAddress& address)
 {
     const PlainItem* item = &root;
-    for (const std::uint64_t key : path.items) {
-        const auto found = item->children.find(key);
+    for (KvUInt32 step = 0; step + 1 < address.getLength(); ++step) {
+        const auto found = item->children.find(keyOf(address.getCategoryAt(step), address.getIndexAt(step)));
         if (found == item->children.end())
             return nullptr;
         item = found->second.get();
     }
-    const auto found = item->parameters.find(path.parameter);
+    const auto found = item->parameters.find(address.getCategory());
     return found == item->parameters.end() ? nullptr : &found->second;
 }
 

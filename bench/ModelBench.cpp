@@ -277,8 +277,8 @@ void lookupPeer(State& state, const Shape& shape, KvUInt32 parameters)
 {
     const KvNLookup::Paths& paths = KvNLookup::of(shape, parameters);
     for (auto _ : state)
-        for (const KvNLookup::PlainPath& path : paths.plainPaths)
-            benchmark::DoNotOptimize(KvNLookup::find(*paths.plain, path));
+        for (const KvCInventoryAddress& address : paths.addresses)
+            benchmark::DoNotOptimize(KvNLookup::find(*paths.plain, address));
 }
 
 template <class Work, class... Arguments>
