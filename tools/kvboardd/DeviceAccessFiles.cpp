@@ -164,6 +164,28 @@ const char* fileNameOf(std::span<const unsigned char> arguments, const Named& re
     return isWhole ? record.fileName : "";
 }
 
+/** The bytes of a file on their way, of which only the place among the arguments is noted: a copy of each would cost
+    more than writing it. Otherwise as KvdaPutData. */
+struct PutData
+{
+    u_int accessId;
+    u_int transferId;
+    u_quad_t offset;
+    u_int place;
+    u_int bytes;
+};
+
+bool_t xdr_PutData(XDR* stream, PutData* record)
+{
+    if (stream->x_op != XDR_DECODE)
+        return stream->x_op == XDR_FREE;
+    if (!xdr_u_int(stream, &record->accessId) || !xdr_u_int(stream, &record->transferId) ||
+        !xdr_u_quad_t(stream, &record->offset) || !xdr_u_int(stream, &record->bytes) || record->bytes > KVDA_MAX_CHUNK)
+        return FALSE;
+    record->place = xdr_getpos(stream);
+    return xdr_setpos(stream, record->place + RNDUP(record->bytes));
+}
+
 }  // namespace
 
 /** Who calls, and what that says of the answer. */
@@ -229,16 +251,16 @@ Answer DeviceAccessService::putData(const Call& call)
     const auto refuse = [](KvdaStatus status, const KvCErrorListPool& errors) {
         return receivedAnswer(status, 0, errors);
     };
-    return withLock<KvdaPutData, xdr_KvdaPutData>(
-        call, refuse, [&](KvCErrorListPool&, const KvdaPutData& arguments, const Caller& caller) {
-            const auto* start = reinterpret_cast<const unsigned char*>(arguments.data.data_val);
+    return withLock<PutData, xdr_PutData>(
+        call, refuse, [&](KvCErrorListPool&, const PutData& arguments, const Caller& caller) {
             Asked asked;
             asked.offset = arguments.offset;
-            asked.bytes = arguments.data.data_len;
+            asked.bytes = arguments.bytes;
             asked.limit = m_transfers.limits().chunkBytes;
             const auto later = std::make_shared<Later>();
             m_transfers.put(
-                caller.accessId, arguments.transferId, asked.offset, {start, asked.bytes},
+                caller.accessId, arguments.transferId, asked.offset,
+                call.arguments.subspan(arguments.place, asked.bytes),
                 [later, asked, caller](const Transfers::Result& result) {
                     KvCErrorListPool reasons;
                     report(reasons, result, asked, "DeviceAccessService::putData");
