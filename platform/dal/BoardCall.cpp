@@ -74,6 +74,12 @@ long callClient(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call)
     KvCErrorListPool first;
     const long outcome =
         client.clntCall(first, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
+    return secondTry(errors, client, call, outcome, first);
+}
+
+long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, long outcome,
+               const KvCErrorListPool& first)
+{
     if (outcome == KvCRpcClient::TimedOut || outcome == KvCRpcClient::ConnectionLost) {
         call.repeated = true;
         KvNXdr::xdr_free(call.decoder, call.result);

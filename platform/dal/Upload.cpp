@@ -21,6 +21,12 @@ constexpr KvUInt32 hopelessMicroseconds = 1000000;
 /* How often a board may have the transfer go on before the end of what it was just sent. */
 constexpr unsigned mostReturns = 16;
 
+/* What a PutData has in front of its bytes, and the padding behind them. */
+constexpr std::size_t putDataHead = 20;
+constexpr std::size_t mostPadding = 3;
+/* A board that takes less at a time has little room, and gets one chunk after the other. */
+constexpr KvUInt32 roomyChunk = 65536;
+
 constexpr KvInt32 outOfOrder = BoardOutOfOrder - BoardRefused;
 
 }  // namespace
@@ -88,7 +94,10 @@ KvInt32 Upload::prepare()
     if (identity.maxChunk == 0 || identity.serialNumber != m_board.serialNumber())
         return reportInvalidReply(m_errors, m_origin, m_board);
     const KvUInt64 most = std::min(identity.maxChunk, mostChunk);
-    m_chunk.resize(static_cast<std::size_t>(std::min(most, m_file.size())));
+    m_chunkBytes = static_cast<KvUInt32>(std::min(most, m_file.size()));
+    m_ahead = m_chunkBytes < roomyChunk ? 1 : mostAhead;
+    if (!m_chunks[0].call.reserve(putDataHead + m_chunkBytes + mostPadding))
+        throw std::bad_alloc();
     return Ok;
 }
 
@@ -115,11 +124,9 @@ KvInt32 Upload::sendAll(Progress progress, void* context)
 {
     const KvUInt64 size = m_file.size();
     unsigned int told = 0;
-    for (KvUInt64 position = 0; position < size;) {
-        const auto bytes = static_cast<KvUInt32>(std::min<KvUInt64>(m_chunk.size(), size - position));
-        KvInt32 result = readChunk(position, bytes);
-        if (result == Ok)
-            result = sendChunk(position, bytes);
+    for (KvUInt64 position = 0; position < size || m_onTheirWay != 0;) {
+        sendAhead(position);
+        const KvInt32 result = m_onTheirWay != 0 ? takeAnswer(position) : sendAlone(position);
         if (result != Ok)
             return result;
         told = std::max(told, thousandths(position, size));
@@ -132,53 +139,137 @@ KvInt32 Upload::sendAll(Progress progress, void* context)
     return same ? static_cast<KvInt32>(Ok) : reportChanged();
 }
 
-KvInt32 Upload::readChunk(KvUInt64 position, KvUInt32 bytes)
+/* Makes room for the chunk of the file's bytes from `position` on; false when memory is out. */
+bool Upload::prepareChunk(Chunk& chunk, KvUInt64 position) noexcept
 {
-    std::size_t count = 0;
-    if (!m_file.read(position, m_chunk.data(), bytes, count))
-        return reportLocalFailure();
-    if (count != bytes)
-        return reportChanged();
-    const KvUInt64 end = position + bytes;
-    if (end > m_summed) {
-        const auto known = static_cast<std::size_t>(m_summed - position);
-        m_checksum = KvNCrc32::crc32(m_checksum, m_chunk.data() + known, bytes - known);
-        m_summed = end;
-    }
-    return Ok;
+    chunk.start = position;
+    chunk.end = position + std::min<KvUInt64>(m_chunkBytes, m_file.size() - position);
+    chunk.before = m_sent;
+    return chunk.call.reserve(putDataHead + m_chunkBytes + mostPadding);
 }
 
-KvInt32 Upload::sendChunk(KvUInt64& position, KvUInt32 bytes)
+/* Reads a chunk to where it is sent from. */
+Upload::Reading Upload::readChunk(Chunk& chunk)
+{
+    const auto bytes = static_cast<std::size_t>(chunk.end - chunk.start);
+    const char* place = chunk.call.arguments() + putDataHead;
+    std::size_t count = 0;
+    if (!m_file.read(chunk.start, chunk.call.arguments() + putDataHead, bytes, count))
+        return Reading::Failed;
+    if (count != bytes)
+        return Reading::Changed;
+    if (chunk.end > m_summed) {
+        const auto known = static_cast<std::size_t>(m_summed - chunk.start);
+        m_checksum = KvNCrc32::crc32(m_checksum, place + known, bytes - known);
+        m_summed = chunk.end;
+    }
+    return Reading::Done;
+}
+
+KvdaPutData Upload::putData(const Chunk& chunk) const
 {
     KvdaPutData data;
     data.accessId = m_accessId;
     data.transferId = m_transferId;
-    data.offset = position;
-    data.data = {m_chunk.data(), bytes};
+    data.offset = chunk.start;
+    data.data = {chunk.call.arguments() + putDataHead, static_cast<KvUInt32>(chunk.end - chunk.start)};
+    return data;
+}
+
+/* Sends as many chunks as may be on their way; the next one is at `position` when none is. What cannot be read or sent
+   now is told when it is this chunk's turn, behind the answers to those before it. */
+void Upload::sendAhead(KvUInt64 position)
+{
+    if (m_onTheirWay == 0)
+        m_oldest = 0;
+    else
+        position = m_sent;
+    while (m_ahead > 1 && m_onTheirWay < m_ahead && position < m_file.size() && !isCancelled()) {
+        Chunk& chunk = m_chunks[(m_oldest + m_onTheirWay) % mostAhead];
+        if (!prepareChunk(chunk, position) || readChunk(chunk) != Reading::Done)
+            return;
+        KvdaPutData data = putData(chunk);
+        if (!m_client->sendCall(chunk.call, PutData, KvNXdr::proc<xdr_KvdaPutData>, &data))
+            return;
+        ++m_onTheirWay;
+        position = m_sent = chunk.end;
+    }
+}
+
+/* Forgets the chunks that are on their way. What the board makes of them does not matter: they are sent again. */
+void Upload::dropAhead() noexcept
+{
+    const auto each = [this](const auto& act) {
+        for (std::size_t i = 0; i < m_onTheirWay; ++i)
+            act(m_chunks[(m_oldest + i) % mostAhead].call);
+    };
+    each([](KvNRpc::SentCall& sent) { sent.abandon(); });
+    each([this](KvNRpc::SentCall& sent) { m_client->dropCall(sent, PutData); });
+    m_onTheirWay = 0;
+}
+
+/* Waits for the answer to the oldest chunk on its way. */
+KvInt32 Upload::takeAnswer(KvUInt64& position)
+{
+    if (isCancelled())
+        return ended(KvCRpcClient::Cancelled);
+    Chunk& chunk = m_chunks[m_oldest];
+    m_oldest = (m_oldest + 1) % mostAhead;
+    --m_onTheirWay;
+    KvdaPutData data = putData(chunk);
     DecodedReceived reply;
-    BoardCall putData{PutData, KvNXdr::proc<xdr_KvdaPutData>, &data, DecodedReceived::routine,
-                      static_cast<KvdaReceived*>(&reply)};
-    const KvInt32 result = call(putData);
-    if (result != Ok)
-        return result;
-    const KvUInt64 end = position + bytes;
-    const bool goesElsewhere = reply.status == outOfOrder && (reply.received >= end || ++m_returns <= mostReturns);
+    BoardCall sent{PutData, KvNXdr::proc<xdr_KvdaPutData>, &data, DecodedReceived::routine,
+                   static_cast<KvdaReceived*>(&reply)};
+    KvCErrorListPool first;
+    long outcome = m_client->takeReply(first, chunk.call, PutData, sent.decoder, sent.result);
+    const bool undisturbed = outcome == KvCRpcClient::Success && reply.status == 0;
+    if (!undisturbed) {
+        dropAhead();
+        m_ahead = 1;
+    }
+    outcome = secondTry(m_errors, *m_client, sent, outcome, first);
+    const KvInt32 result = ended(outcome);
+    return result == Ok ? judge(reply, sent.repeated, chunk, position) : result;
+}
+
+/* Sends the chunk at `position` and waits for its answer. */
+KvInt32 Upload::sendAlone(KvUInt64& position)
+{
+    Chunk& chunk = m_chunks[0];
+    if (!prepareChunk(chunk, position))
+        throw std::bad_alloc();
+    const Reading read = readChunk(chunk);
+    if (read != Reading::Done)
+        return read == Reading::Failed ? reportLocalFailure() : reportChanged();
+    KvdaPutData data = putData(chunk);
+    DecodedReceived reply;
+    BoardCall alone{PutData, KvNXdr::proc<xdr_KvdaPutData>, &data, DecodedReceived::routine,
+                    static_cast<KvdaReceived*>(&reply)};
+    const KvInt32 result = call(alone);
+    return result == Ok ? judge(reply, alone.repeated, chunk, position) : result;
+}
+
+/* What the board's answer to a chunk means. */
+KvInt32 Upload::judge(const KvdaReceived& reply, bool repeated, const Chunk& chunk, KvUInt64& position)
+{
+    const bool goesElsewhere =
+        reply.status == outOfOrder && (reply.received >= chunk.end || ++m_returns <= mostReturns);
     // what the board says of a disorder that is set right here is no failure of the transfer
     if (!goesElsewhere)
         passOn(reply.errorList, reply.status != 0);
     if (reply.status != 0 && !goesElsewhere)
         return reportRefusal(m_errors, m_origin, m_board, reply.status, nullptr);
-    return goOn(reply, putData.repeated, position, end);
+    return goOn(reply, repeated, chunk, position);
 }
 
-/* Where the reply to the bytes from `position` to `end` says that the transfer goes on. */
-KvInt32 Upload::goOn(const KvdaReceived& reply, bool repeated, KvUInt64& position, KvUInt64 end)
+/* Where the answer to a chunk says that the transfer goes on. */
+KvInt32 Upload::goOn(const KvdaReceived& reply, bool repeated, const Chunk& chunk, KvUInt64& position)
 {
     const bool taken = reply.status == 0;
+    m_sent = std::max(m_sent, chunk.end);
     // of a request that was repeated the board may have served both, and refused the second
-    const KvUInt64 most = taken || repeated ? std::max(m_sent, end) : m_sent;
-    m_sent = std::max(m_sent, end);
-    const bool sensible = taken ? reply.received >= end : reply.received != position;
+    const KvUInt64 most = taken || repeated ? m_sent : chunk.before;
+    const bool sensible = taken ? reply.received >= chunk.end : reply.received != chunk.start;
     if (!sensible || reply.received > most)
         return reportInvalidReply(m_errors, m_origin, m_board);
     position = reply.received;
@@ -206,6 +297,7 @@ KvInt32 Upload::finish()
    does not answer is not waited for a second time. */
 void Upload::withdraw(KvInt32 reason)
 {
+    dropAhead();
     bool hopeless = reason == ConnectionFailed;
     const auto ask = [&](KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments) {
         const KvUInt32 time = hopeless ? hopelessMicroseconds : withdrawMicroseconds;
@@ -230,10 +322,18 @@ void Upload::withdraw(KvInt32 reason)
 
 KvInt32 Upload::call(BoardCall& call)
 {
-    long outcome = KvCRpcClient::Cancelled;
-    // cancelling ends calls in progress; between two of them it has to be looked for
-    if (KvNRpc::cancelCount() == m_cancelCount)
-        outcome = callClient(m_errors, *m_client, call);
+    return ended(isCancelled() ? static_cast<long>(KvCRpcClient::Cancelled) : callClient(m_errors, *m_client, call));
+}
+
+/* Cancelling ends calls in progress; between two of them it has to be looked for. */
+bool Upload::isCancelled() const
+{
+    return KvNRpc::cancelCount() != m_cancelCount;
+}
+
+/* What becomes of the transfer when a call has come to `outcome`. */
+KvInt32 Upload::ended(long outcome)
+{
     if (outcome == KvCRpcClient::Success)
         return Ok;
     if (outcome != KvCRpcClient::Cancelled)

@@ -435,9 +435,10 @@ PendingCall* Channel::due(const CallList& calls, TimePoint now, Failure& failure
 {
     const KvUInt32 cancels = cancelCount();
     for (PendingCall* call = calls.first(); call != nullptr; call = call->next) {
-        if (call->cancelCount == cancels && now < call->request.deadline)
+        const bool unwanted = call->cancelCount != cancels || call->abandoned.load(std::memory_order_relaxed);
+        if (!unwanted && now < call->request.deadline)
             continue;
-        failure = call->cancelCount != cancels ? Failure::Cancelled : Failure::Timeout;
+        failure = unwanted ? Failure::Cancelled : Failure::Timeout;
         return call;
     }
     return nullptr;

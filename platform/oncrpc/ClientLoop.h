@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -12,7 +13,7 @@ namespace KvNRpc {
 
 class Connection;
 
-/** A call in progress; it lives on the caller's stack, who waits until it is finished. */
+/** A call in progress; it is the caller's, who waits until it is finished. */
 struct PendingCall
 {
     CallRequest& request;
@@ -24,6 +25,8 @@ struct PendingCall
     Connection* connection = nullptr;
     PendingCall* next = nullptr;
     PendingCall* previous = nullptr;
+    /** Its caller waits for no reply any more; it ends as cancelled, soon. */
+    std::atomic<bool> abandoned{false};
     bool replyBegun = false;
     bool repeated = false;
     unsigned requeued = 0;

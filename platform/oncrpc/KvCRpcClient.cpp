@@ -13,12 +13,12 @@
 using KvNRpc::CallOutcome;
 using KvNRpc::CallRequest;
 using KvNRpc::Failure;
+using KvNRpc::recordMarkBytes;
 using std::chrono::microseconds;
 
 namespace {
 
-constexpr std::size_t markBytes = 4;
-constexpr std::size_t largestCall = 0x7FFFFFFF - markBytes;
+constexpr std::size_t largestCall = 0x7FFFFFFF - recordMarkBytes;
 
 std::atomic<KvUInt32> defaultTimeout{0};
 std::atomic<KvCRpcClient::Trace> traceFunction{nullptr};
@@ -78,6 +78,8 @@ struct KvCRpcClient::State : public KvNAllocation::Object
     long refused(KvCErrorListPool& errors, KvUInt32 procedure, const char* target, const KvNRpc::ReplyHeader& header);
     long connectFailed(KvCErrorListPool& errors, const char* origin, const CallOutcome& outcome);
     long callFailed(KvCErrorListPool& errors, KvUInt32 procedure, microseconds time, const CallOutcome& outcome);
+    WholeCall wholeCall(KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments);
+    void tell(KvUInt32 procedure, std::chrono::steady_clock::time_point began, long outcome) const;
 };
 
 namespace {
@@ -177,21 +179,38 @@ long KvCRpcClient::State::refused(KvCErrorListPool& errors, KvUInt32 procedure, 
     }
 }
 
-long KvCRpcClient::State::encode(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr::xdrproc_t encoder,
-                                 void* arguments, CallRequest& request)
+WholeCall KvCRpcClient::State::wholeCall(KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments)
 {
-    request.transactionId = link.nextTransactionId();
     WholeCall call;
-    call.header.xid = request.transactionId;
+    call.header.xid = link.nextTransactionId();
     call.header.program = link.settings.program;
     call.header.version = link.settings.version;
     call.header.procedure = procedure;
     call.encoder = encoder != nullptr ? encoder : &KvNXdr::xdr_void;
     call.arguments = arguments;
+    return call;
+}
+
+/** Has a call that has ended told to whoever asked for it. */
+void KvCRpcClient::State::tell(KvUInt32 procedure, std::chrono::steady_clock::time_point began, long outcome) const
+{
+    const Trace trace = traceFunction.load(std::memory_order_relaxed);
+    if (trace == nullptr)
+        return;
+    const auto lasted = std::chrono::duration_cast<microseconds>(std::chrono::steady_clock::now() - began);
+    trace(traceContext.load(std::memory_order_relaxed),
+          {host, link.settings.program, procedure, outcome, static_cast<KvUInt64>(lasted.count())});
+}
+
+long KvCRpcClient::State::encode(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr::xdrproc_t encoder,
+                                 void* arguments, CallRequest& request)
+{
+    WholeCall call = wholeCall(procedure, encoder, arguments);
+    request.transactionId = call.header.xid;
     const KvNRpc::EncodeStatus status =
-        KvNRpc::encodeBytes(KvNXdr::proc<xdr_wholeCall>, &call, request.message, markBytes, largestCall);
+        KvNRpc::encodeBytes(KvNXdr::proc<xdr_wholeCall>, &call, request.message, recordMarkBytes, largestCall);
     if (status == KvNRpc::EncodeStatus::Done) {
-        KvNRpc::putRecordMark(request.message.data(), request.message.size() - markBytes);
+        KvNRpc::putRecordMark(request.message.data(), request.message.size() - recordMarkBytes);
         return Success;
     }
     if (status == KvNRpc::EncodeStatus::OutOfMemory) {
@@ -280,14 +299,36 @@ long KvCRpcClient::clntCall(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr
 {
     if (const long failure = usable(errors, callOrigin); failure != Success)
         return failure;
-    const Trace trace = traceFunction.load(std::memory_order_relaxed);
-    if (trace == nullptr)
-        return callOnce(errors, procedure, encoder, arguments, decoder, result);
     const auto began = std::chrono::steady_clock::now();
     const long outcome = callOnce(errors, procedure, encoder, arguments, decoder, result);
-    const auto lasted = std::chrono::duration_cast<microseconds>(std::chrono::steady_clock::now() - began);
-    trace(traceContext.load(std::memory_order_relaxed),
-          {m_state->host, m_state->link.settings.program, procedure, outcome, static_cast<KvUInt64>(lasted.count())});
+    m_state->tell(procedure, began, outcome);
+    return outcome;
+}
+
+bool KvCRpcClient::sendCall(KvNRpc::SentCall& call, KvUInt32 procedure, KvNXdr::xdrproc_t encoder,
+                            void* arguments) noexcept
+{
+    WholeCall whole = m_state->wholeCall(procedure, encoder, arguments);
+    KvNXdr::XDR xdrs;
+    KvNXdr::xdrmem_create(&xdrs, reinterpret_cast<char*>(call.record() + recordMarkBytes),
+                          call.room() - recordMarkBytes, KvNXdr::XDR_ENCODE);
+    if (!xdr_wholeCall(&xdrs, &whole))
+        return false;
+    const std::size_t bytes = KvNXdr::xdrmem_used(&xdrs);
+    KvNRpc::putRecordMark(call.record(), bytes);
+    return m_state->link.send(call, whole.header.xid, recordMarkBytes + bytes);
+}
+
+long KvCRpcClient::takeReply(KvCErrorListPool& errors, KvNRpc::SentCall& call, KvUInt32 procedure,
+                             KvNXdr::xdrproc_t decoder, void* result)
+{
+    const microseconds time = m_state->timeout();
+    const auto began = call.sentAt();
+    CallOutcome reply;
+    m_state->link.finish(call, std::chrono::steady_clock::now() + time, reply);
+    const long outcome = reply.failure != Failure::None ? m_state->callFailed(errors, procedure, time, reply)
+                                                        : m_state->decode(errors, procedure, decoder, result, reply);
+    m_state->tell(procedure, began, outcome);
     return outcome;
 }
 
@@ -306,6 +347,15 @@ long KvCRpcClient::callOnce(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr
     if (outcome.failure != Failure::None)
         return m_state->callFailed(errors, procedure, time, outcome);
     return m_state->decode(errors, procedure, decoder, result, outcome);
+}
+
+void KvCRpcClient::dropCall(KvNRpc::SentCall& call, KvUInt32 procedure) noexcept
+{
+    const auto began = call.sentAt();
+    CallOutcome reply;
+    call.abandon();
+    m_state->link.finish(call, std::chrono::steady_clock::time_point(), reply);
+    m_state->tell(procedure, began, reply.failure == Failure::None ? static_cast<long>(Success) : Cancelled);
 }
 
 void KvCRpcClient::freeResults(KvNXdr::xdrproc_t decoder, void* result)

@@ -5,6 +5,10 @@
 #include "platform/errorhandling/KvCErrorList.h"
 #include "platform/oncrpc/KvXdr.h"
 
+namespace KvNRpc {
+class SentCall;
+}
+
 /**
  * One service of one board, called by ONC RPC over TCP.
  *
@@ -94,6 +98,20 @@ public:
 
     /** Frees what decoding put into `result`. */
     virtual void freeResults(KvNXdr::xdrproc_t decoder, void* result);
+
+    /** Begins a call as clntCall() does, in the room that `call` has for its arguments, and does not wait for its
+       reply. Calls of one thread are sent in this order. False when memory is out or the arguments do not fit: nothing
+       is sent then, and nothing reported. */
+    bool sendCall(KvNRpc::SentCall& call, KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments) noexcept;
+
+    /** Waits for the reply of a call that was sent, from now on for the time of a call, and returns what clntCall()
+        returns. */
+    long takeReply(KvCErrorListPool& errors, KvNRpc::SentCall& call, KvUInt32 procedure, KvNXdr::xdrproc_t decoder,
+                   void* result);
+
+    /** Ends a call that was sent, whose reply is not wanted any more. Several are best abandoned one after the other
+        before. */
+    void dropCall(KvNRpc::SentCall& call, KvUInt32 procedure) noexcept;
 
     /** Sets a Parameter; not for use while calls are in progress. What has effect on a connection acts on the next one
         made. Returns Success, or ParameterInvalid and reports an unknown key or a value out of range. */

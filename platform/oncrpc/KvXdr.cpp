@@ -99,7 +99,8 @@ bool_t putPadded(XDR* xdrs, const char* bytes, std::size_t size)
     unsigned char* place = nullptr;
     if (!advance(xdrs, size, &place))
         return 0;
-    if (size != 0)
+    // bytes may have been put where they belong before
+    if (size != 0 && bytes != reinterpret_cast<const char*>(place))
         std::memcpy(place, bytes, size);
     const std::size_t rest = padding(size);
     if (rest == 0)

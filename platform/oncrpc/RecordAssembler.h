@@ -112,6 +112,9 @@ private:
     bool m_skipping = false;
 };
 
+/** Bytes of a record's mark. */
+constexpr std::size_t recordMarkBytes = 4;
+
 /** Writes the mark of a record of one fragment of `size` bytes. */
 void putRecordMark(unsigned char* place, std::size_t size) noexcept;
 

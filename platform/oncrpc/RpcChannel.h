@@ -68,6 +68,46 @@ constexpr std::size_t repliesLimit = 512u << 20;
 
 class Channel;
 class ClientLoop;
+struct Outgoing;
+struct PendingCall;
+
+/**
+ * A call that is sent now and whose reply is waited for later, so that one thread may have several on their way; with
+ * the record that it is sent in, which has room for the arguments from the start and serves the next call too.
+ * One thread uses it, and ends it before the link that it was sent by.
+ */
+class SentCall
+{
+public:
+    SentCall() noexcept;
+    /** Waits until nothing of the call is on its way. */
+    ~SentCall();
+    SentCall(const SentCall&) = delete;
+    SentCall& operator=(const SentCall&) = delete;
+
+    /** Has room for arguments of `bytes` bytes from now on; false when memory is out. Not while it is on its way. */
+    bool reserve(std::size_t bytes) noexcept;
+    /** The room for a record, its mark and its header, of which the arguments come last. */
+    unsigned char* record() const noexcept;
+    std::size_t room() const noexcept { return m_room; }
+    /** Where the arguments stand. What is here when they are encoded from here is not copied, and stays as it is until
+        the next reserve(). */
+    char* arguments() const noexcept;
+
+    /** Whether it was sent, and its reply has not been waited for. */
+    bool isOnItsWay() const noexcept { return m_call != nullptr; }
+    /** When that was. */
+    std::chrono::steady_clock::time_point sentAt() const noexcept;
+    /** Nobody is going to wait for the reply. */
+    void abandon() noexcept;
+
+private:
+    friend class ChannelLink;
+    struct Call;
+    std::shared_ptr<Outgoing> m_record;
+    std::size_t m_room = 0;
+    std::unique_ptr<Call> m_call;
+};
 
 /**
  * The connection of one client to one service, on the loop that all clients of the process share.
@@ -89,6 +129,11 @@ public:
     KvUInt32 nextTransactionId() noexcept;
     /** Sends the request and waits for what comes of it. */
     void call(CallRequest& request, CallOutcome& outcome) noexcept;
+
+    /** Sends the first `size` bytes of a call's record; false when memory is out. */
+    bool send(SentCall& call, KvUInt32 transactionId, std::size_t size) noexcept;
+    /** Waits for what comes of a call, which has timed out at `deadline`. */
+    void finish(SentCall& call, std::chrono::steady_clock::time_point deadline, CallOutcome& outcome) noexcept;
 
 private:
     bool attach() noexcept;

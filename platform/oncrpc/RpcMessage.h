@@ -149,6 +149,8 @@ public:
     /** A copy of `size` bytes; false when memory is out. */
     bool assign(const void* data, std::size_t size) noexcept;
     void clear() noexcept { adopt(nullptr, 0); }
+    /** Counts no more than the first `size` bytes of the block, or again more of it; never more than it has. */
+    void setSize(std::size_t size) noexcept { m_size = size; }
 
 private:
     unsigned char* m_data = nullptr;
