@@ -140,14 +140,15 @@ public:
         @param[in] errors,rootHandle as of scan()
         @param[out] tree the caller's; null when no board could be read
         @param[out] boards how each board came out, in the order of the root handle
-        @param progress called once for each board, when its answer has come or its scan has failed, with how many have
-               so far (1, 2 and so on up to the number of boards) and `context`; on this thread or on one that the scan
-               has started, one call at a time, and not any more after the return. It holds up the scan, must not throw
-               and makes no use of the root handle or its boards; may be null
+        @param progress called once for each board, when its answer has come or its call has failed, with how many
+               boards have answered and how many have failed so far (together 1, 2 and so on up to the number of boards)
+               and `context`; on this thread or on one that the scan has started, one call at a time, and not any more
+               after the return. It holds up the scan, must not throw and makes no use of the root handle or its boards;
+               may be null. Whether an answer was good is seen in `boards` only
         @param context handed to `progress` untouched
         @return 0 when `tree` holds at least one board, complete or not, else -1 */
     long scanBoards(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle, KvCInventoryItem*& tree,
-                    KvNInventoryManager::KvTBoardScans& boards, void (*progress)(KvUInt32, void*) = nullptr,
+                    KvNInventoryManager::KvTBoardScans& boards, void (*progress)(KvUInt32, KvUInt32, void*) = nullptr,
                     void* context = nullptr) const;
 
     /** Reads the parameter at `address` from its board into `parameter`. Codes 0x1600800, 0x160080C, 0x1600816 to

@@ -146,8 +146,8 @@ long KvCInventoryManager::scan(KvCErrorListPool& errors, KvCInventoryRootHandle*
 }
 
 long KvCInventoryManager::scanBoards(KvCErrorListPool& errors, KvCInventoryRootHandle* rootHandle,
-                                     KvCInventoryItem*& tree, KvTBoardScans& boards, void (*progress)(KvUInt32, void*),
-                                     void* context) const
+                                     KvCInventoryItem*& tree, KvTBoardScans& boards,
+                                     void (*progress)(KvUInt32, KvUInt32, void*), void* context) const
 {
     constexpr const char* origin = "KvCInventoryManager::scanBoards";
     tree = nullptr;

@@ -55,12 +55,13 @@ void ScanTurns::giveBack()
     m_freed.notify_one();
 }
 
-void ScanTurns::tellProgress()
+void ScanTurns::tellProgress(bool answered)
 {
     if (m_progress == nullptr)
         return;
     const std::lock_guard lock(m_progressMutex);
-    m_progress(++m_answered, m_context);
+    ++(answered ? m_answered : m_failed);
+    m_progress(m_answered, m_failed, m_context);
 }
 
 /** One board, and what became of it. */
@@ -97,7 +98,7 @@ struct ScanOfBoards::SideBySide
 };
 
 ScanOfBoards::ScanOfBoards(KvCErrorListPool& errors, const char* origin, const KvCInventoryRootHandle& rootHandle,
-                           KvCInventoryItem& root, KvTBoardScans* boards, void (*progress)(KvUInt32, void*),
+                           KvCInventoryItem& root, KvTBoardScans* boards, void (*progress)(KvUInt32, KvUInt32, void*),
                            void* context)
     : m_errors(errors),
       m_origin(origin),

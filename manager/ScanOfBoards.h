@@ -13,23 +13,24 @@ namespace KvNInventoryManager {
 class ScanTurns
 {
 public:
-    /** Of each board that has answered or failed `progress(how many so far, context)` is told, one call at a time;
-       null: nobody is. */
-    ScanTurns(KvUInt32 places, void (*progress)(KvUInt32, void*), void* context)
+    /** Of each board that has answered or failed `progress(answered, failed, context)` is told, one call at a time;
+        null: nobody is. */
+    ScanTurns(KvUInt32 places, void (*progress)(KvUInt32, KvUInt32, void*), void* context)
         : m_free(places), m_progress(progress), m_context(context)
     {}
     void take();
     void giveBack();
-    void tellProgress();
+    void tellProgress(bool answered);
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_freed;
     KvUInt32 m_free;
     std::mutex m_progressMutex;
-    void (*const m_progress)(KvUInt32, void*);
+    void (*const m_progress)(KvUInt32, KvUInt32, void*);
     void* const m_context;
     KvUInt32 m_answered = 0;
+    KvUInt32 m_failed = 0;
 };
 
 /** One board's turn: taken once its reply has come, given back at the end of the scope. */
@@ -42,7 +43,7 @@ public:
         if (m_taken)
             m_turns.giveBack();
         else
-            m_turns.tellProgress();
+            m_turns.tellProgress(false);
     }
     ScanTurn(const ScanTurn&) = delete;
     ScanTurn& operator=(const ScanTurn&) = delete;
@@ -51,7 +52,7 @@ public:
     {
         if (m_taken)
             return;
-        m_turns.tellProgress();
+        m_turns.tellProgress(true);
         m_turns.take();
         m_taken = true;
     }
@@ -78,8 +79,8 @@ class ScanOfBoards
 public:
     /** Trees are hung under `root`; `boards`, when there are any, has an entry for each board, which is filled. */
     ScanOfBoards(KvCErrorListPool& errors, const char* origin, const KvCInventoryRootHandle& rootHandle,
-                 KvCInventoryItem& root, KvTBoardScans* boards = nullptr, void (*progress)(KvUInt32, void*) = nullptr,
-                 void* context = nullptr);
+                 KvCInventoryItem& root, KvTBoardScans* boards = nullptr,
+                 void (*progress)(KvUInt32, KvUInt32, void*) = nullptr, void* context = nullptr);
 
     /** What scan() goes by. */
     bool run();

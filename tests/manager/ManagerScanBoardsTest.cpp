@@ -58,14 +58,15 @@ private:
 class Told
 {
 public:
-    static void take(KvUInt32 boards, void* context)
+    static void take(KvUInt32 answered, KvUInt32 failed, void* context)
     {
         auto* self = static_cast<Told*>(context);
         if (self->m_busy.exchange(true))
             self->m_atOnce = true;
         {
             const std::lock_guard lock(self->m_mutex);
-            self->m_numbers.push_back(boards);
+            self->m_numbers.push_back(answered + failed);
+            self->m_failed.push_back(failed);
             self->m_changed.notify_all();
         }
         std::this_thread::yield();
@@ -78,12 +79,14 @@ public:
         return m_changed.wait_for(lock, std::chrono::seconds(10), [&] { return m_numbers.size() >= count; });
     }
     std::vector<KvUInt32> numbers() const { return m_numbers; }
+    std::vector<KvUInt32> failed() const { return m_failed; }
     bool wasAtOnce() const { return m_atOnce; }
 
 private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::vector<KvUInt32> m_numbers;
+    std::vector<KvUInt32> m_failed;
     std::atomic<bool> m_busy{false};
     std::atomic<bool> m_atOnce{false};
 };
@@ -99,8 +102,12 @@ public:
                   KvNXdr::xdrproc_t decoder, void* result) override
     {
         EXPECT_TRUE(m_told.waitFor(m_others)) << m_others;
+        if (isDown)
+            return TimedOut;
         return RecordingClient::clntCall(errors, procedure, encoder, arguments, decoder, result);
     }
+
+    bool isDown = false;
 
 private:
     Told& m_told;
@@ -254,14 +261,14 @@ TEST_F(ScanSideBySide, TellsOfEachBoardAsItsAnswerComesOrFails)
     Told told;
     for (std::size_t i = 0; i < count; ++i) {
         auto& client = add(static_cast<KvUInt32>(20 + i), new TellingClient(errors, told, count - 1 - i));
-        if (i == 2)
-            client.fail(1, 3);
+        client.isDown = i == 2;
         if (i == 4)
             client.answer(1, scanResult(0, {}));
     }
     makeRoot();
     KvNInventoryManager::KvTBoardScans boards;
     EXPECT_EQ(0, manager.scanBoards(errors, root, tree, boards, Told::take, &told));
+    EXPECT_EQ((std::vector<KvUInt32>{0, 0, 0, 1, 1, 1}), told.failed());
     EXPECT_EQ((std::vector<KvUInt32>{1, 2, 3, 4, 5, 6}), told.numbers());
     EXPECT_EQ((std::vector<KvUInt32>{20, 21, 23, 25}), serialsOf(tree));
 }
@@ -281,6 +288,9 @@ TEST_F(ScanSideBySide, TellsOfEachOfManyBoardsOnceAndOneAfterTheOther)
         expected[i] = i + 1;
     EXPECT_EQ(expected, told.numbers());
     EXPECT_FALSE(told.wasAtOnce());
+    const std::vector<KvUInt32> failed = told.failed();
+    EXPECT_TRUE(std::is_sorted(failed.begin(), failed.end()));
+    EXPECT_EQ(3u, failed.back());
     EXPECT_EQ(37u, serialsOf(tree).size());
 }
 
