@@ -198,8 +198,9 @@ const std::vector<CommandRow>& commands()
         {"scan",
          "",
          "read the inventory of boards",
-         "Reads the inventory of all boards as one tree and prints it. When some boards could not be read, or reported "
-         "errors with their tree, they are named, and the exit status is 3.",
+         "Reads the inventory of all boards as one tree and prints it; on a terminal a bar on standard error shows how "
+         "many boards have answered. When some boards could not be read, or reported errors with their tree, they are "
+         "named, and the exit status is 3.",
          "kvinv scan --system 'Rack A' -o rack.inv",
          "rack.inv holds the inventory of a whole rack",
          0,

@@ -167,8 +167,15 @@ bool Console::showsProgress() const
     return !m_quiet && !m_traced && !isDumb && KvNHost::isTerminal(stderr);
 }
 
+void Console::setProgress(Progress* progress)
+{
+    const auto held = turn();
+    m_progress = progress;
+}
+
 void Console::tell(const std::string& line)
 {
+    const auto held = turn();
     if (m_progress != nullptr)
         m_progress->hide();
     // In order with what stands before it when both streams go to the same place.

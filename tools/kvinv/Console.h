@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -55,7 +56,9 @@ public:
     /** One line for a change of state, where no bar shows it: not with -q or --json. */
     void change(std::string_view text);
     /** The bar that has to give way to messages; null for none. It is the caller's. */
-    void setProgress(Progress* progress) { m_progress = progress; }
+    void setProgress(Progress* progress);
+    /** Held while something is written to standard error: the library's threads have messages too. */
+    std::unique_lock<std::recursive_mutex> turn() { return std::unique_lock(m_turn); }
     /** Whether a bar is shown (not with -q or -vv, and only on a terminal that can write on a line again), and whether
        with colours. */
     bool showsProgress() const;
@@ -91,6 +94,7 @@ private:
     bool m_outputIsTerminal;
     bool m_outputColor = false;
     bool m_errorColor = false;
+    std::recursive_mutex m_turn;
     Progress* m_progress = nullptr;
     bool m_gone = false;  // nobody reads the results any more
     std::string m_outputProblem;

@@ -43,28 +43,46 @@ Progress::~Progress()
         m_look.writing("\n");
 }
 
+std::unique_lock<std::recursive_mutex> Progress::turn() const
+{
+    return m_console != nullptr ? m_console->turn() : std::unique_lock<std::recursive_mutex>();
+}
+
 void Progress::begin(std::string_view step)
 {
-    m_begun = true;
-    m_step = KvNText::escaped(step);
-    show();
+    advance(step, 0);
 }
 
 void Progress::reach(unsigned thousandths)
 {
+    const auto held = turn();
     m_reached = std::max(m_reached, std::min(thousandths, all));
-    if (m_begun)
-        show();
+    draw();
+}
+
+void Progress::advance(std::string_view step, unsigned thousandths)
+{
+    const auto held = turn();
+    m_begun = true;
+    m_step = KvNText::escaped(step);
+    reach(thousandths);
 }
 
 void Progress::hide()
 {
+    const auto held = turn();
     if (!m_drawn.empty())
         m_look.writing("\r\x1b[K");
     m_drawn.clear();
 }
 
 void Progress::show()
+{
+    const auto held = turn();
+    draw();
+}
+
+void Progress::draw()
 {
     if (!m_look.isShown || !m_begun)
         return;

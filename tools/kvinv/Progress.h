@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -9,7 +10,7 @@ class Console;
 /**
  * One line at the bottom of a terminal that shows how much of a task is done. The bar only grows, whatever it is told,
  * and fits the terminal's width. Where it is not shown, nothing is written at all. Its line is left, with what it last
- * showed, when it is destroyed.
+ * showed, when it is destroyed. The bar of a console may be used by any thread.
  */
 class Progress
 {
@@ -33,6 +34,8 @@ public:
     void begin(std::string_view step);
     /** So many thousandths of all are done; less than before, and more than 1000, change nothing. */
     void reach(unsigned thousandths);
+    /** Both at once. */
+    void advance(std::string_view step, unsigned thousandths);
     unsigned reached() const { return m_reached; }
 
     /** Takes the bar from the line, so that something else can be written there. */
@@ -41,6 +44,8 @@ public:
     void show();
 
 private:
+    std::unique_lock<std::recursive_mutex> turn() const;
+    void draw();
     std::string line() const;
 
     Look m_look;

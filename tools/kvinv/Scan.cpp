@@ -1,8 +1,49 @@
 #include "tools/kvinv/Scan.h"
 
+#include <new>
+#include <string>
+
 #include "tools/kvinv/Commands.h"
 #include "tools/kvinv/Interruption.h"
+#include "tools/kvinv/Progress.h"
 #include "tools/kvinv/TreeFile.h"
+
+namespace {
+
+/** Shows how many boards have answered while they are scanned, and nothing any more in the end. */
+class Answers
+{
+public:
+    Answers(std::size_t count, Console& console) : m_count(count), m_progress(console) { show(0, 0); }
+    ~Answers() { m_progress.hide(); }
+    Answers(const Answers&) = delete;
+    Answers& operator=(const Answers&) = delete;
+
+    /** What a scan tells, on a thread of its own. */
+    static void take(KvUInt32 answered, KvUInt32 failed, void* context) noexcept
+    {
+        try {
+            static_cast<Answers*>(context)->show(answered, failed);
+        } catch (const std::bad_alloc&) {
+            // The line stays as it was.
+        }
+    }
+
+private:
+    void show(KvUInt32 answered, KvUInt32 failed)
+    {
+        std::string text = std::to_string(answered) + " of " + std::to_string(m_count) +
+                           (m_count == 1 ? " board answered" : " boards answered");
+        if (failed != 0)
+            text += ", " + std::to_string(failed) + " failed";
+        m_progress.advance(text, static_cast<unsigned>(std::size_t{1000} * (answered + failed) / m_count));
+    }
+
+    const std::size_t m_count;
+    Progress m_progress;
+};
+
+}  // namespace
 
 std::unique_ptr<KvCInventoryItem> scanBoards(const Selection& selection, bool& complete, Console& console)
 {
@@ -15,7 +56,10 @@ std::unique_ptr<KvCInventoryItem> scanBoards(const Selection& selection, bool& c
     KvCErrorListPool errors;
     KvCInventoryItem* tree = nullptr;
     KvNInventoryManager::KvTBoardScans results;
-    KvCInventoryManager::getInstance().scanBoards(errors, boards.handle(), tree, results);
+    {
+        Answers answers(count, console);
+        KvCInventoryManager::getInstance().scanBoards(errors, boards.handle(), tree, results, Answers::take, &answers);
+    }
     console.report(errors);
     for (const KvNInventoryManager::KvSBoardScan& result : results) {
         if (result.result == KvNInventoryManager::BoardComplete)

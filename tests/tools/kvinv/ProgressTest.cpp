@@ -43,6 +43,17 @@ TEST(Progress, ShowsABarThePercentageAndWhatIsDone)
     EXPECT_EQ(terminal.taken(), drawn("[########################################] 100 % transferring"));
 }
 
+TEST(Progress, ChangesWhatIsDoneAndHowMuchAtOnce)
+{
+    Terminal terminal;
+    terminal.columns = 30;
+    Progress progress(terminal.look());
+    progress.advance("1 of 4", 250);
+    EXPECT_EQ(terminal.taken(), drawn("[###...........]  25 % 1 of 4"));
+    progress.advance("2 of 4", 100);
+    EXPECT_EQ(terminal.taken(), drawn("[###...........]  25 % 2 of 4"));
+}
+
 TEST(Progress, OnlyGrows)
 {
     Terminal terminal;
