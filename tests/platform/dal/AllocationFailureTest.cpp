@@ -203,6 +203,27 @@ TEST_F(FileTransfer, withoutMemoryFailsAndLeavesNothing)
         [] {}, [&] { fresh({}); });
 }
 
+TEST_F(FileTransfer, aheadOfTheAnswersWithoutMemoryFailsOrGoesSlowlyAndLeavesNothing)
+{
+    const std::string content(6 * 65536 + 1, 'x');
+    const std::wstring path = folder.file("local", content);
+    const auto board = [&] {
+        fresh({});
+        rack.with(0, [](ScriptedBoard& now) { now.maxChunk = 65536; });
+    };
+    board();
+    failEach(
+        [&](KvCErrorListPool& list) {
+            const KvInt32 result =
+                KvDAL_putFileU(list, nullptr, transfer, path.c_str(), "dir", "image", nullptr, nullptr);
+            const ScriptedFiles files = look();
+            EXPECT_EQ(files.stored.count("dir/image"), result == 0 ? 1u : 0u);
+            EXPECT_TRUE(result != 0 || files.stored.at("dir/image") == content);
+            return result;
+        },
+        [] {}, board);
+}
+
 TEST_F(FileTransfer, filesAreDeletedAndListedOrNotWhenMemoryIsOut)
 {
     const std::vector<unsigned char> list = {0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1, 'f', 0, 0, 0, 0, 0, 0, 0,

@@ -144,8 +144,14 @@ void ScriptedRack::call(const ServerCall& call, ReplyWriter reply)
     if (const ScriptedFault* fault = board.files.note(call.procedure, call.arguments, call.argumentBytes))
         return meet(*fault, call, std::move(reply), board);
     const std::vector<unsigned char> answer = board.files.serve(call.procedure, call.arguments, call.argumentBytes);
-    if (!answer.empty())
-        return reply.success(answer.data(), answer.size());
+    if (!answer.empty()) {
+        reply.success(answer.data(), answer.size());
+        while (!m_late.empty()) {
+            m_late.back().first.success(m_late.back().second.data(), m_late.back().second.size());
+            m_late.pop_back();
+        }
+        return;
+    }
     switch (call.procedure) {
         case Identify:
             return identify(std::move(reply), board);
@@ -165,6 +171,10 @@ void ScriptedRack::meet(const ScriptedFault& fault, const ServerCall& call, Repl
 {
     if (fault.kind == ScriptedFault::Kind::Answer)
         return reply.success(fault.answer.data(), fault.answer.size());
+    if (fault.kind == ScriptedFault::Kind::Late) {
+        m_late.emplace_back(std::move(reply), board.files.serve(call.procedure, call.arguments, call.argumentBytes));
+        return;
+    }
     if (fault.kind == ScriptedFault::Kind::LoseReply)
         board.files.serve(call.procedure, call.arguments, call.argumentBytes);
     reply.drop();

@@ -99,6 +99,7 @@ private:
 
     std::mutex m_mutex;
     std::vector<ScriptedBoard> m_boards;
+    std::vector<std::pair<KvNRpc::ReplyWriter, std::vector<unsigned char>>> m_late;
     std::unique_ptr<KvNRpc::RpcServer> m_server;
     std::thread m_thread;
 };

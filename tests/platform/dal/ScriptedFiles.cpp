@@ -1,5 +1,8 @@
 #include "tests/platform/dal/ScriptedFiles.h"
 
+#include <chrono>
+#include <thread>
+
 #include "platform/dal/DeviceAccessRecords.h"
 #include "tests/support/RpcBytes.h"
 
@@ -90,6 +93,7 @@ Bytes ScriptedFiles::take(const unsigned char* arguments, std::size_t bytes)
     Decoded<KvdaPutData, xdr_KvdaPutData> data;
     if (!data.from(arguments, bytes))
         return {};
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     KvUInt32 status = 0;
     if (data.accessId != accessId)
         status = 2;

@@ -15,6 +15,7 @@ struct ScriptedFault
         LoseCall,   // the connection ends before the call is served
         LoseReply,  // it ends after that
         Silence,    // no answer, and the connection stays
+        Late,       // it is served, and answered behind the next call that has no fault
         Answer      // these bytes
     };
     Kind kind = Kind::Answer;
@@ -34,6 +35,8 @@ struct ScriptedFiles
     std::map<std::pair<KvUInt32, int>, ScriptedFault> faults;
     /** With each answer. */
     std::vector<unsigned char> errorList;
+    /** That it takes for each chunk. */
+    unsigned milliseconds = 0;
 
     /** Every call that came, in order. */
     std::vector<Call> calls;
