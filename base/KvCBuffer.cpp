@@ -251,6 +251,8 @@ void KvCBuffer::ReadFromFile(KvCErrorListPool& errors, const char* path)
     const File file(KvNRtosAbstraction::openRegularFile(path, &size, &kind));
     if (kind == FileKind::Other)
         KV_REPORT(errors, BufferReadFailed, "KvCBuffer::ReadFromFile");
+    else if (file == nullptr && kind == FileKind::Regular)
+        KV_REPORT(errors, OutOfMemory, "KvCBuffer::ReadFromFile");
     if (file == nullptr || !grow(errors, size))
         return;
     const auto bytes = static_cast<std::size_t>(size);

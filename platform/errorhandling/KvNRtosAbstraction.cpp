@@ -154,12 +154,12 @@ std::FILE* KvNRtosAbstraction::openRegularFile(const char* path, KvUInt64* size,
             close(descriptor);
         return nullptr;
     }
+    *kind = FileKind::Regular;
     std::FILE* file = fdopen(descriptor, "rb");
     if (file == nullptr) {
         close(descriptor);
         return nullptr;
     }
-    *kind = FileKind::Regular;
     *size = static_cast<KvUInt64>(status.st_size);
     return file;
 }

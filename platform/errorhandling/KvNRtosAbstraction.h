@@ -51,7 +51,8 @@ enum class FileKind
 };
 
 /** Opens a regular file for binary reading and tells its size in bytes as its status gives it. Null, with the reason in
-    `*kind`, when it is not one; never waits for another process. To be closed with fclose. */
+    `*kind`, when it is not one; null and Regular when memory for reading it is out. Never waits for another process. To
+   be closed with fclose. */
 KV_EXPORT std::FILE* openRegularFile(const char* path, KvUInt64* size, FileKind* kind) noexcept;
 
 }  // namespace KvNRtosAbstraction

@@ -197,7 +197,8 @@ void addBufferRows(Table& table)
             state.buffer.setWritePointer(state.setUp, state.buffer.getStartPointer());
             state.buffer.ReadFromFile(state.setUp, state.path.c_str());
             return bytesOf(state.buffer);
-        });
+        },
+        Says::InItsWords);
     table.add<PrintedBuffer>(
         "KvCBuffer::hexDumpBuffer KvCBuffer::printAsciiBuffer KvCBuffer::printBinaryBuffer",
         [](PrintedBuffer& state, KvCErrorListPool& errors) {

@@ -26,8 +26,9 @@ public:
 /** How an operation says that it failed. */
 enum class Says
 {
-    InAList,  ///< in the caller's error list or in the master list, as want of memory
-    ByResult  ///< by what it returns, which alone tells it
+    InAList,     ///< in the caller's error list or in the master list, as want of memory
+    InItsWords,  ///< there too, with a message of its own that does not name memory
+    ByResult     ///< by what it returns, which alone tells it
 };
 
 struct Row

@@ -163,7 +163,8 @@ void addWritingRows(Table& table)
             text << std::ifstream("SystemManagerDump.xml").rdbuf();
             std::filesystem::remove("SystemManagerDump.xml");
             return text.str();
-        });
+        },
+        Says::InItsWords);
 }
 
 void addReadingRows(Table& table)
