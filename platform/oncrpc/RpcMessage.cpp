@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <new>
 #include <random>
 
 #include "platform/errorhandling/KvCErrorList.h"
@@ -102,8 +104,14 @@ bool_t xdr_portMapping(XDR* xdrs, PortMapping* mapping)
 
 KvUInt32 firstTransactionId() noexcept
 {
+    // Opening the system's source takes longer than a null call, so that one is kept; who finds it in use, perhaps by a
+    // thread that a fork has left behind, opens another. Never destroyed: clients may outlive static objects.
+    alignas(std::random_device) static unsigned char storage[sizeof(std::random_device)];
+    static std::mutex mutex;
     try {
-        return static_cast<KvUInt32>(std::random_device()());
+        static std::random_device* const source = new (static_cast<void*>(storage)) std::random_device;
+        const std::unique_lock lock(mutex, std::try_to_lock);
+        return static_cast<KvUInt32>(lock.owns_lock() ? (*source)() : std::random_device()());
     } catch (...) {
         return 1;
     }

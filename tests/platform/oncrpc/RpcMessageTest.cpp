@@ -4,6 +4,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <set>
+#include <thread>
+#include <vector>
 
 #include "FailingAllocation.h"
 #include "RpcBytes.h"
@@ -190,6 +193,23 @@ TEST(RpcMessage, EncodingTellsFailureFromLackOfMemory)
     const FailingAllocation failing(1);
     EXPECT_EQ(KvNRpc::encodeBytes(KvNXdr::proc<KvNRpc::xdr_callHeader>, &header, bytes),
               KvNRpc::EncodeStatus::OutOfMemory);
+}
+
+TEST(RpcMessage, TransactionIdsBeginAnywhereWhicheverThreadsAsk)
+{
+    std::vector<std::vector<KvUInt32>> drawn(8);
+    std::vector<std::thread> threads;
+    for (std::vector<KvUInt32>& own : drawn)
+        threads.emplace_back([&own] {
+            for (int i = 0; i < 100; ++i)
+                own.push_back(KvNRpc::firstTransactionId());
+        });
+    std::set<KvUInt32> all;
+    for (std::size_t i = 0; i < drawn.size(); ++i) {
+        threads[i].join();
+        all.insert(drawn[i].begin(), drawn[i].end());
+    }
+    EXPECT_LT(790u, all.size());
 }
 
 }  // namespace
