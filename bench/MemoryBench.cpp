@@ -100,7 +100,7 @@ void measure(Rows& rows, const KvNTrees::Shape& shape, KvUInt32 parameters)
             return tree;
         });
         const bool hasLimit = std::strcmp(peer.name, "protobuf-arena") == 0;
-        rows.ratio(name + ": " + peer.name, ours / parameters, theirs / parameters, hasLimit ? 0.9 : 0, "B");
+        rows.ratio(name, peer.name, ours / parameters, theirs / parameters, hasLimit ? 0.9 : 0, "B");
     }
 }
 

@@ -121,7 +121,7 @@ void benchCalls(Rows& rows, const BoardServer& server, const char* name, KvUInt3
     }
     own.erase(own.begin(), own.begin() + 2);
     floor.erase(floor.begin(), floor.begin() + 2);
-    rows.ratio(name, median(own) / times * 1000, median(floor) / times * 1000, limit, "us");
+    rows.ratio(name, "raw sockets", median(own) / times * 1000, median(floor) / times * 1000, limit, "us");
 }
 
 /** A root handle over boards that were not discovered: their clients are made by the first scan. */
@@ -259,8 +259,10 @@ void benchScan(Rows& rows, const BoardServer& server, KvUInt32 first, KvUInt32 c
     const double floor = delay + median(receiving) + median(reading);
     std::printf("  floor: waiting %.1f ms, receiving %.1f ms, reading on %u cores %.1f ms\n", delay, median(receiving),
                 cores(), median(reading));
-    rows.ratio("first scan of " + what, median(connecting), floor, limits.first, "ms");
-    rows.ratio("second scan of " + what, median(second), floor, limits.second, "ms");
+    rows.ratio("first scan of " + what, "waiting, raw sockets and reading", median(connecting), floor, limits.first,
+               "ms");
+    rows.ratio("second scan of " + what, "waiting, raw sockets and reading", median(second), floor, limits.second,
+               "ms");
 }
 
 }  // namespace

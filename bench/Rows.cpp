@@ -15,20 +15,23 @@ Rows::~Rows()
     check(std::fclose(file) == 0, m_path.c_str());
 }
 
-void Rows::ratio(const std::string& name, double ours, double peer, double limit, const char* unit)
+void Rows::ratio(const std::string& name, const std::string& against, double ours, double peer, double limit,
+                 const char* unit)
 {
-    add(name, ours, peer, ours / peer, limit, unit, "ratio");
+    add(name, against, ours, peer, ours / peer, limit, unit, "ratio");
 }
 
-void Rows::difference(const std::string& name, double ours, double peer, double limit, const char* unit)
+void Rows::difference(const std::string& name, const std::string& against, double ours, double peer, double limit,
+                      const char* unit)
 {
-    add(name, ours, peer, ours - peer, limit, unit, "more");
+    add(name, against, ours, peer, ours - peer, limit, unit, "more");
 }
 
-void Rows::add(const std::string& name, double ours, double peer, double result, double limit, const char* unit,
-               const char* kind)
+void Rows::add(const std::string& name, const std::string& against, double ours, double peer, double result,
+               double limit, const char* unit, const char* kind)
 {
-    std::printf("%-54s %12.3f %12.3f %-3s %s %.3f", name.c_str(), ours, peer, unit, kind, result);
+    std::printf("%-54s %12.3f %12.3f %-3s %s %.3f against %s", name.c_str(), ours, peer, unit, kind, result,
+                against.c_str());
     if (limit > 0)
         std::printf(" (at most %.2f)", limit);
     std::printf("\n");
@@ -36,7 +39,8 @@ void Rows::add(const std::string& name, double ours, double peer, double result,
     char numbers[256];
     std::snprintf(numbers, sizeof numbers, "\"ours\": %.9g, \"peer\": %.9g, \"%s\": %.6g, \"unit\": \"%s\"", ours, peer,
                   kind, result, unit);
-    m_json += (m_json.empty() ? "\n {\"row\": \"" : ",\n {\"row\": \"") + name + "\", " + numbers;
+    m_json += (m_json.empty() ? "\n {\"row\": \"" : ",\n {\"row\": \"") + name + "\", \"against\": \"" + against +
+              "\", " + numbers;
     if (limit > 0) {
         std::snprintf(numbers, sizeof numbers, ", \"limit\": %.6g", limit);
         m_json += numbers;

@@ -7,8 +7,9 @@
 
 /**
  * What a measuring program says: a line for people at once, and at the end a JSON list of
- * {"row", "ours", "peer", "ratio", "limit", "unit"} where a file is named. A limit of 0 is none. What is measured as a
- * difference has "more" (ours less the peer's) instead of "ratio". Names hold nothing that JSON would have to escape.
+ * {"row", "against", "ours", "peer", "ratio", "limit", "unit"} where a file is named. A limit of 0 is none. What is
+ * measured as a difference has "more" (ours less the peer's) instead of "ratio". Names hold nothing that JSON would
+ * have to escape.
  */
 class Rows
 {
@@ -19,12 +20,14 @@ public:
     Rows(const Rows&) = delete;
     Rows& operator=(const Rows&) = delete;
 
-    void ratio(const std::string& name, double ours, double peer, double limit, const char* unit);
-    void difference(const std::string& name, double ours, double peer, double limit, const char* unit);
+    void ratio(const std::string& name, const std::string& against, double ours, double peer, double limit,
+               const char* unit);
+    void difference(const std::string& name, const std::string& against, double ours, double peer, double limit,
+                    const char* unit);
 
 private:
-    void add(const std::string& name, double ours, double peer, double result, double limit, const char* unit,
-             const char* kind);
+    void add(const std::string& name, const std::string& against, double ours, double peer, double result, double limit,
+             const char* unit, const char* kind);
 
     std::string m_path;
     std::string m_json;
