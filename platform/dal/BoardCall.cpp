@@ -49,12 +49,6 @@ KvCRpcClient* clientOf(KvCErrorListPool& errors, Board& board)
     return made == nullptr ? nullptr : claim.end(std::move(made));
 }
 
-void append(KvCErrorListPool& errors, const KvCErrorListPool& more)
-{
-    const std::vector<unsigned char> block = more.serialize();
-    errors.deSerialize(block.data(), static_cast<unsigned long>(block.size()));
-}
-
 }  // namespace
 
 std::unique_ptr<KvCRpcClient> makeClient(KvCErrorListPool& errors, const Board& board, KvUInt32 microseconds)
@@ -77,8 +71,7 @@ long callClient(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call)
     return secondTry(errors, client, call, outcome, first);
 }
 
-long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, long outcome,
-               const KvCErrorListPool& first)
+long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, long outcome, KvCErrorListPool& first)
 {
     if (outcome == KvCRpcClient::TimedOut || outcome == KvCRpcClient::ConnectionLost) {
         call.repeated = true;
@@ -86,7 +79,7 @@ long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, 
         return client.clntCall(errors, call.procedure, call.encoder, call.arguments, call.decoder, call.result);
     }
     if (outcome != KvCRpcClient::Success)
-        append(errors, first);
+        errors.takeOver(first);
     return outcome;
 }
 

@@ -29,9 +29,9 @@ std::unique_ptr<KvCRpcClient> makeClient(KvCErrorListPool& errors, const Board& 
     reported. */
 long callClient(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call);
 
-/** The rest of callClient() when the first try has come to `outcome` and reported `first`. */
-long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, long outcome,
-               const KvCErrorListPool& first);
+/** The rest of callClient() when the first try has come to `outcome` and reported `first`, which is empty
+    afterwards. */
+long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, long outcome, KvCErrorListPool& first);
 
 /** Calls the board's device access service through the client that all handles of the board share, once more when the
     reply is lost, each time for at most 5 seconds. ConnectionFailed and the reason are reported with `origin`. Throws

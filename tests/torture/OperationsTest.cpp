@@ -8,6 +8,7 @@
 
 #include "FailingMemory.h"
 #include "Operation.h"
+#include "TestBoards.h"
 
 /*
  * Every operation of the table while the k-th allocation fails, and every one from the k-th on, for every k until it
@@ -34,6 +35,7 @@ const std::vector<Row>& rows()
         addStreamRows(all);
         addInventoryRows(all);
         addXdrRows(all);
+        addDeviceRows(all);
         return all;
     }();
     return table.rows();
@@ -183,6 +185,13 @@ TEST_P(Torture, FailsSayingSoOrSucceedsAndGivesEverythingBack)
     }
     RecordProperty("tried", std::to_string(tried));
 }
+
+/** The service that the operations called has not ended. */
+class ServiceStaysUp : public testing::Environment
+{
+    void TearDown() override { EXPECT_TRUE(TestBoards::stop()); }
+};
+const testing::Environment* const g_service = testing::AddGlobalTestEnvironment(new ServiceStaysUp);
 
 /** "KvCString::split and more" as a name for a test. */
 std::string testName(const testing::TestParamInfo<std::size_t>& info)
