@@ -55,6 +55,7 @@ private:
         KvUInt64 start = 0;
         KvUInt64 end = 0;
         KvUInt64 before = 0;  // the most that the board could have without it
+        bool ahead = false;   // sent before the answer to the one in front of it
     };
 
     KvInt32 sendAll(Progress progress, void* context);

@@ -173,7 +173,6 @@ TEST_F(FileTransferAhead, isWithdrawnWhenTheBoardSaysThatItHasWhatItCannotHave)
         units({0, 0, chunk, 0}),       // the chunk not taken
         units({0, 0, 10 * chunk, 0}),  // more than there is
         units({0, 1, 2 * chunk, 0}),   //
-        units({7, 0, chunk, 0}),       // out of order, but where it was to be
         units({7, 0, 2 * chunk, 0}),   // taken and refused
         units({7, 0, 3 * chunk, 0}),   // refused, and the one behind it taken
         units({7, 0xFFFFFFFF, 0, 0}),  //
@@ -199,6 +198,21 @@ TEST_F(FileTransferAhead, isTakenFromABoardThatAnswersLaterThanInOrder)
     EXPECT_THAT(offsets(), SizeIs(10));
     EXPECT_THAT(told, SizeIs(10));
     EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+}
+
+TEST_F(FileTransferAhead, goesOnWhenTheBoardCameToAChunkBeforeItHadTheOneInFrontOfIt)
+{
+    fresh({{{PutData, 2}, answer(units({7, 0, chunk, 0}))}});
+    ASSERT_EQ(put(content), 0);
+    EXPECT_TRUE(look().stored.at("dir/image") == content);
+    EXPECT_EQ(errors.getErrorCount(), 0u);
+    EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+    // the first chunk has none in front of it, and one that was sent again went alone
+    fresh({{{PutData, 1}, answer(units({7, 0, 0, 0}))}});
+    EXPECT_EQ(put(content), -InvalidReply);
+    fresh({{{PutData, 0}, answer(units({7, 0, chunk, 0}))}, {{PutData, 1}, answer(units({0, 0, chunk, 0}))}});
+    EXPECT_EQ(put(content), -InvalidReply);
+    EXPECT_THAT(codes(errors), ElementsAre(0x20000D));
 }
 
 TEST_F(FileTransferAhead, hasTheTimeOfACallForEachAnswerBehindTheOneBeforeIt)

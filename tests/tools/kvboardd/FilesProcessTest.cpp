@@ -28,6 +28,7 @@ enum Status : KvUInt32
     BadAccess = 2,
     BadName = 4,
     NotFound,
+    OutOfOrder = 7,
     NoSpace = 9
 };
 
@@ -280,6 +281,39 @@ TEST_F(FilesProcessTest, ManyChunksOnTheirWayAtOnceAreTakenInOrder)
     for (std::size_t i = 0; i < content.size() / large; ++i)
         ASSERT_EQ(WireReader(client.connection().receive().body).word(), Ok) << i;
     EXPECT_EQ(client.connection().receive().body, words({Ok, 0}));
+    EXPECT_TRUE(m_folder.read("state/4711/files/" + name) == content);
+}
+
+TEST_F(FilesProcessTest, ChunksBehindOneThatIsRefusedAreRefusedUntilItComesAgain)
+{
+    start();
+    Client client;
+    const KvUInt32 accessId = client.lock();
+    const std::string name = client.name();
+    const std::string content = pattern(4 * chunk);
+    client.begin(name, content.size());
+    KvUInt32 xid = 1000;
+    const auto send = [&](std::size_t at, std::string_view bytes) {
+        return client.connection().send(record(
+            callMessage(xid++, access, 1, 6, words({accessId, 1, 0, static_cast<KvUInt32>(at)}) + counted(bytes))));
+    };
+    const auto part = [&](std::size_t at) { return std::string_view(content).substr(at, chunk); };
+    ASSERT_TRUE(send(0, part(0)));
+    ASSERT_TRUE(send(0, part(chunk))) << "other bytes than the board has";
+    ASSERT_TRUE(send(2 * chunk, part(2 * chunk)) && send(3 * chunk, part(3 * chunk))) << "behind a gap";
+    for (const std::size_t at : {chunk, 2 * chunk, 3 * chunk})
+        ASSERT_TRUE(send(at, part(at)));
+    const std::pair<KvUInt32, std::size_t> wanted[] = {{Ok, 1}, {OutOfOrder, 1}, {OutOfOrder, 1}, {OutOfOrder, 1},
+                                                       {Ok, 2}, {Ok, 3},         {Ok, 4}};
+    KvUInt32 answered = 1000;
+    for (const auto& [status, chunks] : wanted) {
+        const RawReply reply = client.connection().receive();
+        EXPECT_EQ(reply.xid, answered++);
+        WireReader reader(reply.body);
+        EXPECT_EQ(reader.word(), status);
+        EXPECT_EQ(reader.longWord(), chunks * chunk);
+    }
+    EXPECT_EQ(client.end(content), Ok);
     EXPECT_TRUE(m_folder.read("state/4711/files/" + name) == content);
 }
 
