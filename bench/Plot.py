@@ -57,7 +57,8 @@ class Panel:
             label = power(x) if self.logarithmic else number(x)
             out.append(f'<line x1="{number(at_x(x))}" y1="{top + height - BOTTOM}" x2="{number(at_x(x))}" '
                        f'y2="{top + height - BOTTOM + 5}" stroke="{QUIET}"/>')
-            out.append(f'<text x="{number(at_x(x))}" y="{top + height - BOTTOM + 19}" text-anchor="middle">{label}</text>')
+            out.append(f'<text x="{number(at_x(x))}" y="{top + height - BOTTOM + 19}" text-anchor="middle">'
+                       f'{label}</text>')
         out.append(f'<line x1="{left + LEFT}" y1="{top + height - BOTTOM}" x2="{left + width - RIGHT}" '
                    f'y2="{top + height - BOTTOM}" stroke="{QUIET}"/>')
         out.append(f'<text x="{number(left + LEFT + inner_width / 2)}" y="{top + height - 8}" text-anchor="middle">'

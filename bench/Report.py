@@ -3,8 +3,8 @@
 
     bench/Report.py BUILD [--quick]
 
-Without --quick the table and the plots of docs/performance.md are written anew. What is compared takes turns in one run;
-figures are medians. The result is 0 when everything ran, whatever the ratios are.
+Without --quick the table and the plots of docs/performance.md are written anew. What is compared takes turns in one
+run; figures are medians. The result is 0 when everything ran, whatever the ratios are.
 """
 
 import argparse
@@ -18,6 +18,7 @@ import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True
 import Plot
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -32,7 +33,8 @@ BOARDS = [1, 2, 5, 10, 20, 50, 100, 200]
 def run(command, **options):
     result = subprocess.run([str(word) for word in command], capture_output=True, text=True, **options)
     if result.returncode != 0:
-        sys.exit(f"{pathlib.Path(command[0]).name} failed:\n{result.stdout[-2000:]}{result.stderr[-2000:]}")
+        sys.exit(f"{' '.join(map(str, command))}\nfailed ({result.returncode}):\n"
+                 f"{result.stdout[-2000:]}{result.stderr[-2000:]}")
     return result.stdout
 
 
@@ -143,8 +145,8 @@ def measure_remote(bench):
         bench.say(f"boards: {part}")
         bench.rows += [row for row in bench.program([*remote, rounds, part]) if "limit" in row]
     bench.say("boards: put")
-    command = [own_network, sys.executable, ROOT / "bench/BoardBench.py", bench.build / "tools", ROOT / "samples", "put",
-               "--folder", bench.folder, "--runs", "3" if bench.quick else "7"]
+    command = [own_network, sys.executable, ROOT / "bench/BoardBench.py", bench.build / "tools", ROOT / "samples",
+               "put", "--folder", bench.folder, "--runs", "3" if bench.quick else "7"]
     if bench.quick:
         command += ["--mebibytes", "100"]
     for row in bench.program(command):
@@ -192,7 +194,8 @@ def text_table(rows):
 
 
 def markdown_table(header, lines):
-    return "\n".join("| " + " | ".join(line) + " |" for line in [header, ["---", *["---:"] * (len(header) - 1)], *lines])
+    rule = ["---", *["---:"] * (len(header) - 1)]
+    return "\n".join("| " + " | ".join(line) + " |" for line in [header, rule, *lines])
 
 
 def rows_section(rows):
