@@ -129,7 +129,7 @@ public:
     /** The inventory of all boards as one tree under one ROOT item; the caller's, null on failure.
         The boards are called side by side, on up to 255 threads that end with the scan; trees, errors and result are
         those of a scan one after the other. Traces, the error manager's output and allocation hooks may be called on
-        those threads.
+        those threads, which have stacks of 256 KiB.
         Kept: a board without a client makes the result a failure, unless a later board scans without an error. Use
         scanBoards() to have what could be read.
         A second board with the address of an earlier one is left out and reported as 0x1300816. Codes 0x160080A,

@@ -28,8 +28,8 @@ KV_EXPORT void deleteMutex(Mutex* mutex) noexcept;
 KV_EXPORT KvUInt32 processorCount() noexcept;
 
 /** Runs `work(context)` on the calling thread and, at the same time, on up to `helpers` threads of its own, and returns
-    when it has returned on all of them. Threads that cannot be had are left out. They have stacks of 1 MiB and take no
-    signals that are meant for the process. `work` must not throw. */
+    when it has returned on all of them. Threads that cannot be had are left out. They have stacks of 256 KiB and
+    take no signals that are meant for the process. `work` must not throw. */
 KV_EXPORT void runSideBySide(KvUInt32 helpers, void (*work)(void* context), void* context) noexcept;
 
 /** The address of a dotted quad in host order (10.0.0.2 is 0x0A000002); each part is 0 to 255, decimal or, after "0x"

@@ -6,6 +6,9 @@
 #include <pthread.h>
 
 #include <csignal>
+#if defined(__linux__)
+#include <link.h>
+#endif
 #endif
 
 #include "platform/errorhandling/KvCErrorList.h"
@@ -48,7 +51,30 @@ struct SignalsKeptOut
 
 using Thread = pthread_t;
 
+/** Small enough for the system to keep most of two hundred stacks for the next time. */
+#if defined(KV_PLAIN_OBJECTS)  // sanitized: larger frames
 constexpr std::size_t stackBytes = 1 << 20;
+#else
+constexpr std::size_t stackBytes = 256 << 10;
+#endif
+
+/** Bytes that the variables take which the program has for each thread: they come out of its stack. */
+std::size_t bytesOfThreadVariables() noexcept
+{
+    std::size_t bytes = 0;
+#if defined(__linux__)
+    dl_iterate_phdr(
+        [](dl_phdr_info* module, std::size_t, void* sum) {
+            for (unsigned i = 0; i < module->dlpi_phnum; ++i) {
+                if (module->dlpi_phdr[i].p_type == PT_TLS)
+                    *static_cast<std::size_t*>(sum) += module->dlpi_phdr[i].p_memsz + module->dlpi_phdr[i].p_align;
+            }
+            return 0;
+        },
+        &bytes);
+#endif
+    return bytes;
+}
 
 void* run(void* task)
 {
@@ -58,10 +84,11 @@ void* run(void* task)
 
 bool start(Thread& place, Task& task) noexcept
 {
+    static const std::size_t variables = bytesOfThreadVariables();
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0)
         return false;
-    pthread_attr_setstacksize(&attributes, stackBytes);
+    pthread_attr_setstacksize(&attributes, stackBytes + variables);
     const bool started = pthread_create(&place, &attributes, run, &task) == 0;
     pthread_attr_destroy(&attributes);
     return started;

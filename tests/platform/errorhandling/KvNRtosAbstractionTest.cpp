@@ -186,6 +186,23 @@ TEST(SideBySide, RunsOnAsManyThreadsAsAskedForAtOnce)
     EXPECT_LE(1u, KvNRtosAbstraction::processorCount());
 }
 
+/** More than the stacks of helpers have room for; it comes with every thread of this program. */
+thread_local unsigned char largeVariable[3 << 20];
+
+TEST(SideBySide, HasThreadsWithRoomForWorkWhateverElseTheyBringAlong)
+{
+    std::atomic<unsigned> runs{0};
+    const auto count = [](void* context) {
+        largeVariable[sizeof largeVariable - 1] = 1;
+        volatile unsigned char room[128 << 10];
+        for (std::size_t i = 0; i < sizeof room; i += 4096)
+            room[i] = 1;
+        ++*static_cast<std::atomic<unsigned>*>(context);
+    };
+    KvNRtosAbstraction::runSideBySide(3, count, &runs);
+    EXPECT_EQ(runs, 4u);
+}
+
 TEST(SideBySide, RunsOnTheCallersThreadWhenThereIsNoOther)
 {
     struct Seen
