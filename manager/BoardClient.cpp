@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <utility>
 
 #include "base/Report.h"
 #include "inventory/ids/LoadTime.h"
@@ -68,9 +69,13 @@ KVINVENTORYMANAGERRPCIF1Client* KvCInventoryManager::getRPCClient(KvCErrorListPo
 
     KVINVENTORYMANAGERRPCIF1Client* client = nullptr;
     if (const char* hostAddress = KvDAL_getAddressFromHandle(errors, deviceHandle)) {
+        const KvNReport::Watch watch(errors);
         client = new (errors) KVINVENTORYMANAGERRPCIF1Client(errors, hostAddress);
         if (client == nullptr)
             KV_REPORT(errors, RemoteOutOfMemory, "KvCInventoryManager::getRPCClient");
+        // One without its state would fail for as long as the board is in use.
+        else if (watch.grew())
+            delete std::exchange(client, nullptr);
     }
     if (client != nullptr)
         configureRPCClient(errors, *client, getHcnInfo(deviceHandle));

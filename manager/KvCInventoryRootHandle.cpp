@@ -261,6 +261,9 @@ void KvCInventoryRootHandle::initByDeviceList(KvCErrorListPool& errors, const Kv
         const KvInt32 result = KvDAL_createDeviceHandle(privateErrors.get(), &deviceHandle, infos[i]);
         if (result != Ok) {
             KV_REPORT(privateErrors.get(), DeviceHandleNotCreated, origin, result);
+            // A board that is there, and left out for want of memory, is the caller's to know.
+            if (result == KvNDeviceAccess::OutOfMemory)
+                KV_REPORT(errors, RemoteOutOfMemory, origin);
             continue;
         }
         // Kept: a board whose serial number cannot be read stays in the list, with 0; only the error manager is told.

@@ -216,78 +216,8 @@ void addLockRows(Table& table)
         });
 }
 
-constexpr const char* fileName = "abcdef0123456700";
-
-struct Transfer : Device
-{
-    KvDALSFile files[16] = {};
-    KvUInt64 free = 0;
-    Transfer()
-    {
-        take();
-        KvDAL_createFTClientHandle(setUp, device, &transfer);
-    }
-    ~Transfer() { remove(); }
-    void put(KvCErrorListPool& errors)
-    {
-        number = KvDAL_putFileU(errors, nullptr, transfer, TestBoards::imagePath(), "transfer", fileName, nullptr,
-                                nullptr) == 0
-                     ? 1
-                     : 0;
-    }
-    void remove()
-    {
-        KvCErrorListPool unused;
-        KvDAL_deleteFile(unused, nullptr, transfer, "transfer", fileName);
-    }
-    std::string sizes()
-    {
-        count = 16;
-        std::string all;
-        if (KvDAL_listFiles(setUp, device, files, &count, &free) == 0)
-            for (KvUInt32 i = 0; i < count; ++i)
-                all += std::string(files[i].fileName) + " " + std::to_string(files[i].size) + "|";
-        return all;
-    }
-};
-
-struct Put : Transfer
-{
-    Put() { put(setUp); }
-};
-
-void addFileRows(Table& table)
-{
-    table.add<Device>(
-        "KvDAL_createFTClientHandle KvDAL_deleteFTClientHandle",
-        [](Device& state, KvCErrorListPool& errors) {
-            return KvDAL_createFTClientHandle(errors, state.device, &state.transfer) == 0;
-        },
-        [](Device& state) { return std::string(state.transfer != nullptr ? "made" : "none"); });
-    table.add<Transfer>(
-        "KvDAL_putFileU",
-        [](Transfer& state, KvCErrorListPool& errors) {
-            state.put(errors);
-            return state.number == 1;
-        },
-        [](Transfer& state) { return state.sizes(); });
-    table.add<Put>(
-        "KvDAL_deleteFile",
-        [](Put& state, KvCErrorListPool& errors) {
-            if (state.number == 2)
-                state.put(errors);
-            state.number = 2;
-            return KvDAL_deleteFile(errors, nullptr, state.transfer, "transfer", fileName) == 0;
-        },
-        [](Put& state) { return state.sizes(); });
-    table.add<Put>(
-        "KvDAL_listFiles",
-        [](Put& state, KvCErrorListPool& errors) {
-            state.count = 16;
-            return KvDAL_listFiles(errors, state.device, state.files, &state.count, &state.free) == 0;
-        },
-        [](Put& state) { return std::string(state.files[0].fileName) + " " + std::to_string(state.files[0].size); });
-}
+KvUInt32 g_pairs[] = {380, 4711};  // HCN[4711]
+constexpr KvInventoryManagerRpcIFInventoryAddress board = {1, 2, g_pairs};
 
 /** A client of the first board's inventory service. */
 struct Caller
@@ -332,8 +262,96 @@ std::string seenBy(Caller& caller)
     return std::to_string(caller.seen);
 }
 
-KvUInt32 g_pairs[] = {380, 4711};  // HCN[4711]
-constexpr KvInventoryManagerRpcIFInventoryAddress board = {1, 2, g_pairs};
+struct Transfer : Device
+{
+    KvDALSFile files[16] = {};
+    KvUInt64 free = 0;
+    std::string directory;
+    std::string fileName;
+    Transfer()
+    {
+        take();
+        askForAName();
+        KvDAL_createFTClientHandle(setUp, device, &transfer);
+    }
+    ~Transfer() { remove(); }
+    /** The board hands out the name of a file to come. */
+    void askForAName()
+    {
+        const Caller caller;
+        KvUInt32 accessId = 0;
+        KvUInt32 size = sizeof accessId;
+        KvDAL_getParam(setUp, lock, AccessId, 0, &size, &accessId);
+        KvInventoryManagerRpcIFRemoteFilenameResult name{};
+        KvNInventoryRpc::generateRemoteFilename(*caller.client, setUp, board, accessId, name);
+        directory.assign(name.directory.data, name.directory.length);
+        fileName.assign(name.fileName.data, name.fileName.length);
+        caller.client->freeResults(KvNInventoryRpc::routine<KvInventoryManagerRpcIFRemoteFilenameResult>, &name);
+    }
+    void put(KvCErrorListPool& errors)
+    {
+        number = KvDAL_putFileU(errors, nullptr, transfer, TestBoards::imagePath(), directory.c_str(), fileName.c_str(),
+                                nullptr, nullptr) == 0
+                     ? 1
+                     : 0;
+    }
+    void remove()
+    {
+        KvCErrorListPool unused;
+        KvDAL_deleteFile(unused, nullptr, transfer, directory.c_str(), fileName.c_str());
+    }
+    std::string sizes()
+    {
+        count = 16;
+        std::string all;
+        if (KvDAL_listFiles(setUp, device, files, &count, &free) == 0)
+            for (KvUInt32 i = 0; i < count; ++i)
+                all += (fileName == files[i].fileName ? "the file " : "another ") + std::to_string(files[i].size) + "|";
+        return all;
+    }
+};
+
+struct Put : Transfer
+{
+    Put() { put(setUp); }
+};
+
+void addFileRows(Table& table)
+{
+    table.add<Device>(
+        "KvDAL_createFTClientHandle KvDAL_deleteFTClientHandle",
+        [](Device& state, KvCErrorListPool& errors) {
+            return KvDAL_createFTClientHandle(errors, state.device, &state.transfer) == 0;
+        },
+        [](Device& state) { return std::string(state.transfer != nullptr ? "made" : "none"); });
+    table.add<Transfer>(
+        "KvDAL_putFileU",
+        [](Transfer& state, KvCErrorListPool& errors) {
+            state.put(errors);
+            return state.number == 1;
+        },
+        [](Transfer& state) { return state.sizes(); });
+    table.add<Put>(
+        "KvDAL_deleteFile",
+        [](Put& state, KvCErrorListPool& errors) {
+            if (state.number == 2)
+                state.put(errors);
+            state.number = 2;
+            return KvDAL_deleteFile(errors, nullptr, state.transfer, state.directory.c_str(), state.fileName.c_str()) ==
+                   0;
+        },
+        [](Put& state) { return state.sizes(); });
+    table.add<Put>(
+        "KvDAL_listFiles",
+        [](Put& state, KvCErrorListPool& errors) {
+            state.count = 16;
+            return KvDAL_listFiles(errors, state.device, state.files, &state.count, &state.free) == 0;
+        },
+        [](Put& state) {
+            return (state.fileName == state.files[0].fileName ? "the file " : "another ") +
+                   std::to_string(state.files[0].size);
+        });
+}
 
 void addClientRows(Table& table)
 {

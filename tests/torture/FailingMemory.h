@@ -1,12 +1,15 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+
+class FailingAllocation;
 
 /**
  * While it lives, this process's memory fails behind one of two doors: the `number`-th allocation (from 1) that is made
  * since, and with `lasting` all that follow. Number 0 lets everything through and counts. Threads that are spared
  * (FailingAllocation::spareThisThread) are let through the library's door, uncounted.
- * One of these at a time. For programs that link FailingMemory.cpp and, where a sanitizer owns malloc, FailingNew.cpp.
+ * One of these at a time. For programs that link Interposed.cpp too.
  */
 class FailingMemory
 {
@@ -32,6 +35,5 @@ public:
     static long liveBlocks();
 
 private:
-    const Door m_door;
-    void* m_failing;
+    const std::unique_ptr<FailingAllocation> m_library;
 };

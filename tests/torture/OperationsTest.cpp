@@ -36,6 +36,7 @@ const std::vector<Row>& rows()
         addInventoryRows(all);
         addXdrRows(all);
         addDeviceRows(all);
+        addManagerRows(all);
         return all;
     }();
     return table.rows();

@@ -1,24 +1,24 @@
 #include "FailingNew.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
 /** Which of the next calls of operator new fails: 0 none. */
-std::atomic<std::size_t> g_failing{0};
-std::atomic<bool> g_lasting{false};
-std::atomic<std::size_t> g_count{0};
-std::atomic<bool> g_hasFailed{false};
+std::size_t g_failing = 0;
+bool g_lasting = false;
+std::size_t g_count = 0;
+bool g_hasFailed = false;
 
 void* allocate(std::size_t bytes)
 {
-    const std::size_t count = ++g_count;
-    const std::size_t failing = g_failing;
-    if (failing != 0 && (g_lasting ? count >= failing : count == failing)) {
-        g_hasFailed = true;
-        return nullptr;
+    if (g_failing != 0) {
+        ++g_count;
+        if (g_lasting ? g_count >= g_failing : g_count == g_failing) {
+            g_hasFailed = true;
+            return nullptr;
+        }
     }
     return std::malloc(bytes == 0 ? 1 : bytes);
 }
@@ -36,11 +36,6 @@ FailingNew::FailingNew(std::size_t number, bool lasting)
 FailingNew::~FailingNew()
 {
     g_failing = 0;
-}
-
-std::size_t FailingNew::count()
-{
-    return g_count;
 }
 
 bool FailingNew::hasFailed()

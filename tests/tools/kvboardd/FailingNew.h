@@ -3,8 +3,8 @@
 #include <cstddef>
 
 /**
- * While it lives, operator new fails: the `number`-th call (from 1; 0: none) since, and with `lasting` all that follow.
- * For programs that link FailingNew.cpp.
+ * While it lives, operator new fails: the `number`-th call (from 1) since, and with `lasting` all that follow. For
+ * programs that link FailingNew.cpp.
  */
 class FailingNew
 {
@@ -14,8 +14,6 @@ public:
     FailingNew(const FailingNew&) = delete;
     FailingNew& operator=(const FailingNew&) = delete;
 
-    /** Calls since the last of these was made. */
-    static std::size_t count();
     /** Whether one has failed since the last of these was made. */
     static bool hasFailed();
 };
