@@ -153,9 +153,9 @@ bool Upload::prepareChunk(Chunk& chunk, KvUInt64 position) noexcept
 Upload::Reading Upload::readChunk(Chunk& chunk)
 {
     const auto bytes = static_cast<std::size_t>(chunk.end - chunk.start);
-    const char* place = chunk.call.arguments() + putDataHead;
+    char* const place = chunk.call.arguments() + putDataHead;
     std::size_t count = 0;
-    if (!m_file.read(chunk.start, chunk.call.arguments() + putDataHead, bytes, count))
+    if (!m_file.read(chunk.start, place, bytes, count))
         return Reading::Failed;
     if (count != bytes)
         return Reading::Changed;
