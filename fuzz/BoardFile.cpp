@@ -65,7 +65,7 @@ int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
     if (!isOutside)
         readBoards(text);
     readRecord(text);
-    costs.check(size, {65536, 80, 200000, 4000});
+    costs.check(size, {65536, 80, 60000, 400});
     KvNReport::masterList().clear();
     return 0;
 }

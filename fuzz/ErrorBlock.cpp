@@ -15,7 +15,7 @@ using namespace KvNFuzz;
 
 namespace {
 
-constexpr Costs::Limits limits{65536, 64, 100000, 300};
+constexpr Costs::Limits limits{4096, 32, 5000, 40};
 
 void checkShown(const std::string& shown)
 {

@@ -18,7 +18,7 @@ using namespace KvNFuzz;
 
 namespace {
 
-constexpr Costs::Limits limits{65536, 80, 100000, 600};
+constexpr Costs::Limits limits{65536, 80, 20000, 80};
 
 class MemoryImage : public KvNBoardService::ImageSource
 {

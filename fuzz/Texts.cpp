@@ -101,7 +101,7 @@ int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
         readValue(text, type);
     readHost(text);
     showText(text);
-    costs.check(size, {65536, 400, 300000, 20000});
+    costs.check(size, {4096, 80, 60000, 1000});
     KvNReport::masterList().clear();
     return 0;
 }

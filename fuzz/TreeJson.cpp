@@ -47,7 +47,7 @@ int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
         const Costs costs;
         KvNJson::TextSource source(text);
         tree = KvNTreeJson::readTree(source, problem);
-        costs.check(size, {65536, 80, 200000, 2000});
+        costs.check(size, {65536, 80, 40000, 200});
     }
     KV_FUZZ_CHECK((tree == nullptr) == !problem.empty());
     for (const std::size_t piece : {std::size_t{1}, std::size_t{7}}) {
