@@ -390,18 +390,19 @@ bool Access::replace(Node* parent, Node* fresh, Node* old)
 
 void Access::destroyChildren(Node* root)
 {
-    ObjectSlabs::Releases releases;
+    KvNFreshTree::Releases releases;
     Node* node = root;
     for (;;) {
         dropIndexes(node);
         while (node->m_firstChild != nullptr) {
             node = node->m_firstChild;
-            KvNPrefetch::readAhead<256>(node);
+            KvNPrefetch::readAhead<sizeof(Node)>(node);
             dropIndexes(node);
         }
         if (node == root)
             return;
-        KvNPrefetch::readBack<256>(node);
+        KvNPrefetch::readBack<sizeof(Node)>(node);
+        KvNPrefetch::readBack<sizeof(KvCParam)>(node->m_list.getFront());
         Node* const above = holder(node);
         KvNFreshTree::destroyFirstChild(*above, *node, releases);
         node = above;

@@ -20,7 +20,7 @@ void KvNFreshTree::clear(KvCParamList& list, ObjectSlabs::Releases& releases)
     while (node != nullptr) {
         KvPListNode<KvCParam*>* const next = node->m_next;
         KvCParam* parameter = node->m_content;
-        KvNPrefetch::readAhead<128>(node);
+        KvNPrefetch::readAhead<sizeof(KvCParam)>(node);
         // A parameter that was in another list before may stand here with a node of the list's own.
         const bool isOwnNode = parameter != nullptr && node == static_cast<KvPListNode<KvCParam*>*>(parameter);
         if (isOwnNode && parameter->m_place != 0 && parameter->m_attachments == 1) {
@@ -35,7 +35,7 @@ void KvNFreshTree::clear(KvCParamList& list, ObjectSlabs::Releases& releases)
     }
 }
 
-void KvNFreshTree::destroyFirstChild(KvCComposite& parent, KvCComposite& node, ObjectSlabs::Releases& releases)
+void KvNFreshTree::destroyFirstChild(KvCComposite& parent, KvCComposite& node, Releases& releases)
 {
     KvCComposite* const next = node.m_sibling;
     const bool isSimple = node.m_place != 0 && node.m_extra == nullptr && node.m_isLinked &&
@@ -44,12 +44,12 @@ void KvNFreshTree::destroyFirstChild(KvCComposite& parent, KvCComposite& node, O
         delete &node;
         return;
     }
-    clear(node.m_list, releases);
+    clear(node.m_list, releases.parameters);
     parent.m_firstChild = next;
     --parent.m_childCount;
     if (parent.m_lastChild == &node)
         parent.m_lastChild = nullptr;
     if (next != nullptr)
         next->m_previous = nullptr;
-    releases.add(&node, node.m_place);
+    releases.nodes.add(&node, node.m_place);
 }

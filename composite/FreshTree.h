@@ -30,11 +30,18 @@ struct KvNFreshTree
     /** Appends a node that stands alone to the children of `parent`, which has none with its ids. */
     static void append(KvCComposite& parent, KvCComposite& node);
 
+    /** What a dying tree gives back: its nodes stand in other slabs than its parameters. */
+    struct Releases
+    {
+        ObjectSlabs::Releases nodes;
+        ObjectSlabs::Releases parameters;
+    };
+
     /** Empties the list: of each parameter that no other list holds nothing is left. */
     static void clear(KvCParamList& list, ObjectSlabs::Releases& releases);
 
     /** Destroys a node without children, which is the first child of `parent`. */
-    static void destroyFirstChild(KvCComposite& parent, KvCComposite& node, ObjectSlabs::Releases& releases);
+    static void destroyFirstChild(KvCComposite& parent, KvCComposite& node, Releases& releases);
 
 private:
     /** Gives back what an object in a slab holds, by its destructor when there is more than a value inside. */

@@ -224,7 +224,7 @@ void KvCBinDeserializer::CompositeStart(KvCErrorListPool& errors)
 
 void KvCBinDeserializer::leaveElement()
 {
-    KvNPrefetch::readBack<256>(&m_actElement->m_parent);
+    KvNPrefetch::readBack<KvNPrefetch::cacheLine>(m_actElement);
     m_actElement = m_actElement->getParent();
     m_fresh.element = nullptr;
 }

@@ -269,12 +269,12 @@ protected:
         : m_classId(fresh.classId),
           m_unitId(fresh.unitId),
           m_descr(fresh.descr),
-          m_list(this),
           m_descrSize(fresh.descrSize & 0xFF),
           m_place(fresh.place & ObjectSlabs::placeMask),
           m_hasList(true),
           m_descrIsShared(fresh.descrIsShared),
-          m_descrIsBehind(!fresh.descrIsShared)
+          m_descrIsBehind(!fresh.descrIsShared),
+          m_list(this)
     {}
     KvUInt32 getPlace() const { return m_place; }
 
@@ -336,19 +336,15 @@ private:
     template <class T>
     long changeArray(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 count, const T* data);
 
-    // First what every walk over a tree needs, together in as few cache lines as it fits.
+    // First what every walk, every search and the end of a tree need, one cache line; then the list, whose own order is
+    // of that kind too; last what few ask for.
     KvUInt32 m_classId;
     KvUInt32 m_unitId;
     const char* m_descr = nullptr;
     KvCComposite* m_firstChild = nullptr;
     KvCComposite* m_sibling = nullptr;
-    KvCParamList m_list;
     KvCComposite* m_parent = nullptr;
-    KvCComposite* m_lastChild = nullptr;
-    KvCComposite* m_previous = nullptr;  ///< the node whose sibling link leads here
     Extra* m_extra = nullptr;
-    KvUInt32 m_state = 0;
-    KvUInt32 m_uniqueChildIndex = 0;
     KvUInt32 m_childCount = 0;
     KvUInt32 m_descrSize : 8 = 0;                   ///< low bits of the description's size; 0: not known
     KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
@@ -357,4 +353,9 @@ private:
     bool m_descrIsBehind : 1 = false;   ///< in the node's own memory, behind the object
     bool m_isLinked : 1 = false;        ///< in the chain of its parent
     bool m_childrenAscend : 1 = false;  ///< each child's class and unit are above those of the one before it
+    KvCParamList m_list;
+    KvCComposite* m_lastChild = nullptr;
+    KvCComposite* m_previous = nullptr;  ///< the node whose sibling link leads here
+    KvUInt32 m_state = 0;
+    KvUInt32 m_uniqueChildIndex = 0;
 };

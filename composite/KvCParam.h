@@ -179,14 +179,14 @@ protected:
         KvUInt32 place;      ///< of the parameter's memory in a slab; 0: a block of its own
     };
     explicit KvCParam(const Fresh& fresh) noexcept
-        : m_descr(fresh.descr),
-          m_id(fresh.id),
+        : m_id(fresh.id),
           m_type(fresh.type),
           m_descrSize(fresh.descrSize & 0xFF),
           m_place(fresh.place & ObjectSlabs::placeMask),
           m_storage(Storage::Inside),
           m_descrIsShared(fresh.descrIsShared),
-          m_descrIsBehind(!fresh.descrIsShared)
+          m_descrIsBehind(!fresh.descrIsShared),
+          m_descr(fresh.descr)
     {}
     void* valueRoom()
     {
@@ -285,14 +285,9 @@ private:
         return m_rare != nullptr && m_rare->hasShadow;
     }
 
-    KvCComposite* m_parent = nullptr;
-    alignas(8) unsigned char m_value[16];
-    const char* m_descr = nullptr;
-    Rare* m_rare = nullptr;
+    // First, behind the links, what every walk, every search and the end of a tree need, in one cache line with them.
     KvUInt32 m_id;
     KvUInt32 m_type;
-    KvUInt32 m_state = 1;
-    KvInt32 m_attachments = 0;
     KvUInt32 m_descrSize : 8 = 0;                   ///< low bits of the description's size; 0: not known
     KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
     Storage m_storage : 2 = Storage::None;
@@ -304,4 +299,10 @@ private:
     bool m_isMarked : 1 = false;
     bool m_holdsMore : 1 = false;
     bool m_derivedFlag : 1 = false;
+    KvInt32 m_attachments = 0;
+    Rare* m_rare = nullptr;
+    const char* m_descr = nullptr;
+    alignas(8) unsigned char m_value[16];
+    KvCComposite* m_parent = nullptr;
+    KvUInt32 m_state = 1;
 };

@@ -105,13 +105,13 @@ protected:
     using Traits = KvPListTraits<T>;
 
     KvPListNode<T>* m_front = nullptr;
-    KvPListNode<T>* m_back = nullptr;
     mutable typename Traits::Index* m_index = nullptr;  ///< made when a lookup pays for it
-    mutable KvPListNode<T>* m_cursor = nullptr;         ///< the last node asked for by its place …
-    mutable KvUInt32 m_cursorPlace = 0;                 ///< … and that place
     KvUInt32 m_count : 30 = 0;
     KvUInt32 m_keepsContent : 1 = 0;              ///< no element ends while the list holds it, so its node may be used
     mutable KvUInt32 m_cursorIsFiltered : 1 = 0;  ///< the place counts only the elements that a filter lets pass
+    mutable KvUInt32 m_cursorPlace = 0;           ///< the place of the last node that was asked for by it …
+    mutable KvPListNode<T>* m_cursor = nullptr;   ///< … and that node
+    KvPListNode<T>* m_back = nullptr;
 
 private:
     friend struct KvNFreshTree;

@@ -9,7 +9,7 @@
 #include "base/ShortCopy.h"
 #include "composite/CompositeWalk.h"
 #include "composite/RecordWriter.h"
-#include "inventory/KvCInventoryParameter.h"
+#include "inventory/KvCInventoryItem.h"
 #include "platform/KvPrefetch.h"
 
 using namespace KvNInventoryStream;
@@ -56,7 +56,7 @@ bool KvCInventoryBinSerializer::writeUsual(KvCErrorListPool& errors, KvCComposit
         return false;
     RecordWriter writer(errors, *getBuffer());
     const auto enter = [&](KvCComposite* node) {
-        KvNPrefetch::readAhead<256>(node);
+        KvNPrefetch::readAhead<sizeof(KvCInventoryItem)>(node);
         if (writer.hasRoom())
             writer.writeStart(*node);
         else
@@ -65,7 +65,7 @@ bool KvCInventoryBinSerializer::writeUsual(KvCErrorListPool& errors, KvCComposit
         const auto* place = list == nullptr ? nullptr : list->getFront();
         for (; place != nullptr; place = place->getNext()) {
             const KvCParam* const parameter = place->getContent();
-            KvNPrefetch::readAhead<128>(place);
+            KvNPrefetch::readAhead<sizeof(KvCInventoryParameter)>(place);
             const auto custom = [parameter](char* at) { return isCustom(parameter) ? putCustom(at, parameter) : at; };
             if (parameter == nullptr || (writer.hasRoom() && writer.writeParameter(*parameter, custom)))
                 continue;

@@ -52,5 +52,7 @@ private:
     class StreamParameter;
     struct UsualReader;
 
-    ObjectSlabs m_slabs;
+    // Apart, so that a walk over items alone finds them side by side.
+    ObjectSlabs m_itemSlabs;
+    ObjectSlabs m_parameterSlabs;
 };

@@ -136,9 +136,9 @@ struct KvCInventoryBinDeSerializer::UsualReader
 
     Result readParameter();
     Result readStart();
-    ObjectSlabs::Room takeRoom(std::size_t bytes)
+    ObjectSlabs::Room takeRoom(ObjectSlabs& slabs, std::size_t bytes)
     {
-        return reader.m_slabs.take(bytes, memoryPerByte * static_cast<std::size_t>(end - at));
+        return slabs.take(bytes, memoryPerByte * static_cast<std::size_t>(end - at));
     }
     KvUInt32 available() const { return static_cast<KvUInt32>(end - at - TagSize); }
 
@@ -178,7 +178,7 @@ KvCInventoryBinDeSerializer::UsualReader::Result KvCInventoryBinDeSerializer::Us
         return Result::Left;
 
     const Description description(id, record + ParameterFieldsSize, descrSize);
-    const ObjectSlabs::Room room = takeRoom(sizeof(StreamParameter) + description.room());
+    const ObjectSlabs::Room room = takeRoom(reader.m_parameterSlabs, sizeof(StreamParameter) + description.room());
     if (room.memory == nullptr) {
         at = record + ParameterFieldsSize + descrSize;
         KV_REPORT(errors, OutOfMemory, origin);
@@ -214,7 +214,7 @@ KvCInventoryBinDeSerializer::UsualReader::Result KvCInventoryBinDeSerializer::Us
 
     const char* const recordEnd = record + StartFieldsSize + descrSize;
     const Description description(classId, record + StartFieldsSize, descrSize);
-    const ObjectSlabs::Room room = takeRoom(sizeof(StreamItem) + description.room());
+    const ObjectSlabs::Room room = takeRoom(reader.m_itemSlabs, sizeof(StreamItem) + description.room());
     at = recordEnd;
     if (room.memory == nullptr) {
         KV_REPORT(errors, ItemAllocationFailed, "KvCInventoryItemFactory::createComposite");

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 #if defined(_MSC_VER) && (defined(_M_X64) || defined(_M_IX86))
 #include <intrin.h>
 #endif
@@ -11,36 +14,37 @@
  */
 namespace KvNPrefetch {
 
-inline constexpr int cacheLine = 64;
-/** Far enough for memory to answer meanwhile. */
-inline constexpr int distance = 8 * cacheLine;
+inline constexpr std::size_t cacheLine = 64;
+/** Far enough for memory to answer meanwhile, where a walk takes a few nanoseconds for an object. */
+inline constexpr std::size_t distance = 32 * cacheLine;
 
-inline void touch(const char* bytes)
+/** An address, as no pointer may lead so far away from its object. */
+inline void touch(std::uintptr_t address)
 {
 #if defined(__GNUC__)
-    __builtin_prefetch(bytes);
+    __builtin_prefetch(reinterpret_cast<const void*>(address));
 #elif defined(_MSC_VER) && (defined(_M_X64) || defined(_M_IX86))
-    _mm_prefetch(bytes, _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char*>(address), _MM_HINT_T0);
 #else
-    static_cast<void>(bytes);
+    static_cast<void>(address);
 #endif
 }
 
 /** What was made some time after `object` will be needed soon; from one object of the walk to the next lie some `step`
     bytes. */
-template <int step>
+template <std::size_t step>
 void readAhead(const void* object)
 {
-    for (int place = 0; place < step; place += cacheLine)
-        touch(static_cast<const char*>(object) + distance + place);
+    for (std::size_t place = 0; place < step; place += cacheLine)
+        touch(reinterpret_cast<std::uintptr_t>(object) + distance + place);
 }
 
 /** The same for what was made some time before `object`. */
-template <int step>
+template <std::size_t step>
 void readBack(const void* object)
 {
-    for (int place = 0; place < step; place += cacheLine)
-        touch(static_cast<const char*>(object) - distance - place);
+    for (std::size_t place = 0; place < step; place += cacheLine)
+        touch(reinterpret_cast<std::uintptr_t>(object) - distance - place);
 }
 
 }  // namespace KvNPrefetch
