@@ -1,6 +1,7 @@
 #include "platform/oncrpc/RecordAssembler.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -14,6 +15,50 @@ constexpr KvUInt32 emptyFragmentsBorne = 16;
 constexpr std::size_t firstRoom = 1024;
 constexpr std::size_t worthRoom = 4096;
 constexpr std::size_t surelyRoom = 65536;
+
+/** The last large block that was given back, for the next record of about its size: replies of one board, or pieces of
+    one file, are alike, and memory that is fresh from the system costs as much as what is received into it. It is no
+    part of any budget while nobody uses it. Sanitized builds keep none, so that every use of a dead record is found. */
+class SpareBlock
+{
+public:
+    /** A block of at least `bytes` bytes and hardly more, and how many it has; null: none. */
+    unsigned char* take(std::size_t bytes, std::size_t& capacity) noexcept
+    {
+        if (bytes < smallest)
+            return nullptr;
+        unsigned char* const block = m_block.exchange(nullptr, std::memory_order_acquire);
+        if (block == nullptr)
+            return nullptr;
+        std::memcpy(&capacity, block, sizeof capacity);
+        if (capacity >= bytes && capacity - bytes <= bytes / 8)
+            return block;
+        keep(block, capacity);
+        return nullptr;
+    }
+    /** False when the block is not of the size that is kept. */
+    bool keep(unsigned char* block, std::size_t capacity) noexcept
+    {
+        if (capacity < smallest || capacity > largest)
+            return false;
+        std::memcpy(block, &capacity, sizeof capacity);
+        KvNAllocation::release(m_block.exchange(block, std::memory_order_acq_rel));
+        return true;
+    }
+
+private:
+#if defined(KV_PLAIN_OBJECTS)
+    static constexpr std::size_t smallest = static_cast<std::size_t>(-1);
+#else
+    static constexpr std::size_t smallest = std::size_t{128} << 10;
+#endif
+    static constexpr std::size_t largest = std::size_t{2} << 20;
+
+    std::atomic<unsigned char*> m_block{nullptr};
+};
+
+constinit SpareBlock spare;
+
 }  // namespace
 
 bool ByteBudget::take(std::size_t bytes) noexcept
@@ -50,7 +95,8 @@ Record& Record::operator=(Record&& other) noexcept
 
 void Record::clear() noexcept
 {
-    KvNAllocation::release(m_data);
+    if (!spare.keep(m_data, m_capacity))
+        KvNAllocation::release(m_data);
     if (m_budget != nullptr)
         m_budget->giveBack(m_capacity);
     m_data = nullptr;
@@ -156,6 +202,8 @@ RecordAssembler::State RecordAssembler::makeRoom(std::size_t bytes) noexcept
     const std::size_t claimed = m_record.m_size + m_fragmentLeft;
     std::size_t room = std::max({firstRoom, needed, std::min(2 * m_record.m_capacity, claimed)});
     room = std::max(needed, std::min(room, m_limit));
+    if (m_received >= 4 && takeSpare(claimed))
+        return State::More;
     if (!m_budget.take(room - m_record.m_capacity))
         return State::OutOfBudget;
     void* block = KvNAllocation::reallocate(m_record.m_data, room);
@@ -167,6 +215,25 @@ RecordAssembler::State RecordAssembler::makeRoom(std::size_t bytes) noexcept
     m_record.m_capacity = room;
     m_record.m_budget = &m_budget;
     return State::More;
+}
+
+bool RecordAssembler::takeSpare(std::size_t bytes) noexcept
+{
+    std::size_t capacity = 0;
+    unsigned char* const block = spare.take(bytes, capacity);
+    if (block == nullptr)
+        return false;
+    if (!KvNAllocation::mayAllocate(capacity) || !m_budget.take(capacity - m_record.m_capacity)) {
+        spare.keep(block, capacity);
+        return false;
+    }
+    if (m_record.m_size != 0)
+        std::memcpy(block, m_record.m_data, m_record.m_size);
+    KvNAllocation::release(m_record.m_data);
+    m_record.m_data = block;
+    m_record.m_capacity = capacity;
+    m_record.m_budget = &m_budget;
+    return true;
 }
 
 Record RecordAssembler::take() noexcept

@@ -46,9 +46,10 @@ private:
 /**
  * Makes records out of a byte stream with the record marking of RFC 5531, for client and server alike.
  *
- * Memory grows with the bytes that have arrived (at most twofold, or 64 KiB), never with what a header claims. A record
- * is given up as soon as its headers claim more than the limit; of fragments without bytes 16 in a row are borne. Bytes
- * of a record that nobody wants are dropped as they come.
+ * Memory grows with the bytes that have arrived (at most twofold, or 64 KiB), never with what a header claims; but for
+ * one block of up to 2 MiB that the process keeps of the last large record, which the next one of its size gets whole.
+ * A record is given up as soon as its headers claim more than the limit; of fragments without bytes 16 in a row are
+ * borne. Bytes of a record that nobody wants are dropped as they come.
  */
 class RecordAssembler
 {
@@ -96,6 +97,8 @@ private:
     State takeHeader(const unsigned char*& data, std::size_t& size) noexcept;
     State takeBody(const unsigned char*& data, std::size_t& size) noexcept;
     State makeRoom(std::size_t bytes) noexcept;
+    /** Has the record go on in the block that was kept; false when there is none for so many bytes. */
+    bool takeSpare(std::size_t bytes) noexcept;
     void reset() noexcept;
 
     std::size_t m_limit;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -269,6 +270,63 @@ TEST(RecordAssembler, HasNoRoomForWhatNobodyWantsOrBeyondTheBudget)
     EXPECT_EQ(State::Begun, skipping.feed(data, size));
     skipping.skip();
     EXPECT_EQ(0u, skipping.room(place));
+}
+
+#if !defined(KV_PLAIN_OBJECTS)
+TEST(RecordAssembler, ReceivesInTheBlockThatARecordOfItsSizeHad)
+{
+    ByteBudget budget(1u << 20);
+    const void* block = nullptr;
+    for (int i = 0; i < 3; ++i) {
+        // Something else takes the memory that the allocator would give at once.
+        const std::vector<Bytes> others(3, Bytes(300000));
+        RecordAssembler assembler(1u << 20, budget);
+        const Bytes stream = record(Bytes(300000, static_cast<unsigned char>(i)));
+        const unsigned char* data = stream.data();
+        std::size_t size = stream.size();
+        EXPECT_EQ(State::Begun, assembler.feed(data, size));
+        EXPECT_EQ(State::Whole, assembler.feed(data, size));
+        EXPECT_EQ(300000u, budget.held());
+        const Record whole = assembler.take();
+        EXPECT_EQ(Bytes(300000, static_cast<unsigned char>(i)), bytesOf(whole));
+        if (i != 0) {
+            EXPECT_EQ(block, whole.data());
+        }
+        block = whole.data();
+    }
+    EXPECT_EQ(0u, budget.held());
+}
+#endif
+
+TEST(RecordAssembler, HasRoomWithinTheBudgetWhateverRecordsCameBefore)
+{
+    for (const std::size_t before : {300000u, 310000u, 290001u}) {
+        ByteBudget large(1u << 20);
+        RecordAssembler first(1u << 20, large);
+        ASSERT_EQ(1u, receiveAll(first, record(Bytes(before, 1)), 65536).size());
+        ByteBudget budget(290000);
+        RecordAssembler assembler(1u << 20, budget);
+        EXPECT_TRUE(receiveAll(assembler, record(Bytes(290000, 2)), 65536) == std::vector<Bytes>{Bytes(290000, 2)});
+        EXPECT_EQ(0u, budget.held());
+    }
+}
+
+TEST(RecordAssembler, KeepsRecordsOfManyThreadsApart)
+{
+    ByteBudget budget(1u << 30);
+    std::vector<std::thread> threads;
+    for (unsigned char i = 0; i < 4; ++i)
+        threads.emplace_back([&budget, i] {
+            const Bytes expected(200000u + 1000u * i, i);
+            const Bytes stream = record(expected);
+            for (int k = 0; k < 50; ++k) {
+                RecordAssembler assembler(1u << 20, budget);
+                EXPECT_TRUE(receiveAll(assembler, stream, 65536) == std::vector<Bytes>{expected});
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(0u, budget.held());
 }
 
 }  // namespace
