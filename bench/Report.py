@@ -81,6 +81,7 @@ class Bench:
 
 
 def measure_model(bench):
+    """The rows of reading and writing; the times of all who did it, too."""
     for shape, size in USUAL.items():
         base = f"{shape}/{size}"
         bench.say(f"reading and writing: {shape}")
@@ -94,6 +95,7 @@ def measure_model(bench):
             limit = READ_LIMIT[shape] if work == "read" else 0.30
             bench.compare(f"{title}: {shape}", "protobuf, arena", f"{work}/{shape}/{size}/kvinventory",
                           f"{work}/{shape}/{size}/protobuf-arena", limit, (size, size), "ns a parameter", 1000)
+    return dict(bench.times)
 
 
 def measure_memory(bench):
@@ -180,7 +182,7 @@ def cells(row):
     result = row["more"] if more else row["ratio"]
     unit = row["unit"]
     return [row["row"], row["against"], figure(row["ours"], unit), figure(row["peer"], unit),
-            f"{result:+.2f} {unit}" if more else f"{result:.2f}",
+            f"{result:+.2f} {unit}" if more else f"{result:.3f}",
             f"{row['limit']:+.2f} {unit}" if more else f"{row['limit']:.2f}",
             "yes" if result <= row["limit"] else "NO"]
 
@@ -196,8 +198,8 @@ def text_table(rows):
     return "\n".join([lines[0], "-" * len(lines[0]), *lines[1:]])
 
 
-def markdown_table(header, lines):
-    rule = ["---", *["---:"] * (len(header) - 1)]
+def markdown_table(header, lines, left=1):
+    rule = [*["---"] * left, *["---:"] * (len(header) - left)]
     return "\n".join("| " + " | ".join(line) + " |" for line in [header, rule, *lines])
 
 
@@ -205,17 +207,17 @@ def rows_section(rows):
     lines = [[*cells(row)[:-1], "yes" if cells(row)[-1] == "yes" else "**no**"] for row in rows]
     missed = [row["row"] for row in rows if cells(row)[-1] == "NO"]
     closing = "Every row is reached." if not missed else "Not reached: " + "; ".join(missed) + "."
-    return markdown_table(HEADER, lines) + "\n\n" + closing
+    return markdown_table(HEADER, lines, 2) + "\n\n" + closing
 
 
-def others_section(bench, memory):
+def others_section(times, memory):
     names = ["protobuf, arena", "protobuf, heap", "nlohmann-json", "pugixml"]
     lines = []
     for work, title in (("read", "read, walk and free"), ("write", "write")):
         for shape, size in USUAL.items():
             whos = ["kvinventory", *PEERS]
-            values = [f"{bench.times[f'{work}/{shape}/{size}/{who}'] / size * 1000:.1f}" for who in whos]
-            copied = bench.times[f"read/{shape}/{size}/memcpy"] / size * 1000
+            values = [f"{times[f'{work}/{shape}/{size}/{who}'] / size * 1000:.1f}" for who in whos]
+            copied = times[f"read/{shape}/{size}/memcpy"] / size * 1000
             lines.append([f"{title}: {shape}, ns", *values, f"{copied:.2f}"])
     for shape in USUAL:
         rows = [row for row in memory if row["row"].endswith(shape)]
@@ -252,11 +254,11 @@ def replace(text, name, content):
     return f"{head}{begin}\n\n{content}\n\n{end}{tail}"
 
 
-def write_document(bench, memory, scans, curves, load):
+def write_document(bench, times, memory, scans, curves, load):
     text = DOCUMENT.read_text()
     text = replace(text, "machine", machine_section(bench, load))
     text = replace(text, "table", rows_section(bench.rows))
-    text = replace(text, "others", others_section(bench, memory))
+    text = replace(text, "others", others_section(times, memory))
     DOCUMENT.write_text(text)
     names = ("Korvel Inventory", "protobuf, arena")
     Plot.write(DOCUMENT.parent / "performance-growth.svg",
@@ -284,7 +286,7 @@ def main():
     os.environ["KV_OWN_NETWORK"] = "1"
     with tempfile.TemporaryDirectory(dir=arguments.build) as folder:
         bench = Bench(arguments.build.resolve(), arguments.quick, pathlib.Path(folder).resolve())
-        measure_model(bench)
+        times = measure_model(bench)
         memory = measure_memory(bench)
         measure_growth(bench)
         measure_use(bench)
@@ -296,7 +298,7 @@ def main():
     print(f"\n{len(bench.rows) - missed} of {len(bench.rows)} rows reached" +
           (", a short look: docs/performance.md stays as it is" if bench.quick else ""))
     if not bench.quick:
-        write_document(bench, memory, scans, curves, load)
+        write_document(bench, times, memory, scans, curves, load)
 
 
 if __name__ == "__main__":

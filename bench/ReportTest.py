@@ -19,12 +19,12 @@ def row(ratio, limit=1.25):
 class Table(unittest.TestCase):
     def test_a_ratio_at_its_limit_is_reached(self):
         self.assertEqual(Report.cells(row(1.25)),
-                         ["null call", "raw sockets", "13.50 us", "10.00 us", "1.25", "1.25", "yes"])
+                         ["null call", "raw sockets", "13.50 us", "10.00 us", "1.250", "1.25", "yes"])
 
     def test_a_ratio_beyond_its_limit_is_said_in_both_tables(self):
         self.assertIn("NO", Report.text_table([row(1.35)]))
         section = Report.rows_section([row(1.35)])
-        self.assertIn("| 1.35 | 1.25 | **no** |", section)
+        self.assertIn("| 1.350 | 1.25 | **no** |", section)
         self.assertTrue(section.endswith("Not reached: null call."))
 
     def test_a_ratio_that_only_rounds_to_its_limit_is_not_reached(self):
