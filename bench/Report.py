@@ -52,6 +52,8 @@ class Bench:
     def model(self, names):
         """Medians of the CPU time of these benchmarks, in microseconds, measured in turns."""
         result = self.folder / "model.json"
+        for name in names:
+            self.times.pop(name, None)
         repetitions, seconds = (3, 0.02) if self.quick else (11, 0.1)
         run([self.build / "bench/bench_model", "--benchmark_filter=^(" + "|".join(names) + ")$",
              f"--benchmark_repetitions={repetitions}", f"--benchmark_min_time={seconds}",
