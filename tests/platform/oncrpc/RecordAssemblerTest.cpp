@@ -277,9 +277,11 @@ TEST(RecordAssembler, ReceivesInTheBlockThatARecordOfItsSizeHad)
 {
     ByteBudget budget(1u << 20);
     const void* block = nullptr;
+    std::vector<Bytes> others;
     for (int i = 0; i < 3; ++i) {
         // Something else takes the memory that the allocator would give at once.
-        const std::vector<Bytes> others(3, Bytes(300000));
+        for (int k = 0; k < 3; ++k)
+            others.emplace_back(300000);
         RecordAssembler assembler(1u << 20, budget);
         const Bytes stream = record(Bytes(300000, static_cast<unsigned char>(i)));
         const unsigned char* data = stream.data();
