@@ -9,12 +9,6 @@
 
 namespace {
 
-#ifdef KV_PLAIN_OBJECTS
-constexpr bool isPlain = true;
-#else
-constexpr bool isPlain = false;
-#endif
-
 constexpr std::size_t smallestSlab = 1024;
 
 /** While a builder takes from a slab, this many objects seem to live there: only it can let the count come to 0. */
@@ -29,8 +23,6 @@ struct ObjectSlabs::Slab
 
 ObjectSlabs::Room ObjectSlabs::take(std::size_t bytes, std::size_t expected) noexcept
 {
-    if constexpr (isPlain)
-        return {KvNAllocation::allocate(bytes), 0};
     const std::size_t whole = (bytes + step - 1) / step * step;
     const bool isThere = whole <= m_size - m_used;
     if (!KvNAllocation::mayAllocate(bytes) || (!isThere && !makeSlab(whole, expected)))
@@ -38,7 +30,9 @@ ObjectSlabs::Room ObjectSlabs::take(std::size_t bytes, std::size_t expected) noe
     const KvUInt32 start = m_used;
     m_used += static_cast<KvUInt32>(whole);
     ++m_objects;
-    return {reinterpret_cast<unsigned char*>(m_slab) + start, static_cast<KvUInt32>(start / step)};
+    void* const memory = reinterpret_cast<unsigned char*>(m_slab) + start;
+    permit(memory, bytes);
+    return {memory, static_cast<KvUInt32>(start / step)};
 }
 
 bool ObjectSlabs::makeSlab(std::size_t bytes, std::size_t expected) noexcept
@@ -50,6 +44,7 @@ bool ObjectSlabs::makeSlab(std::size_t bytes, std::size_t expected) noexcept
     if (memory == nullptr)
         return false;
     m_slab = new (memory) Slab;
+    forbid(static_cast<unsigned char*>(memory) + step, size - step);
     m_size = static_cast<KvUInt32>(size);
     m_used = step;
     return true;
@@ -72,10 +67,10 @@ void ObjectSlabs::release(Slab* slab, KvUInt32 objects) noexcept
         std::free(slab);
 }
 
-void ObjectSlabs::release(void* object, KvUInt32 place) noexcept
+void ObjectSlabs::release(void* object, KvUInt32 place, std::size_t bytes) noexcept
 {
     if (place == 0)
-        KvNAllocation::release(object);
-    else
-        release(slabOf(object, place), 1);
+        return KvNAllocation::release(object);
+    forbid(object, bytes);
+    release(slabOf(object, place), 1);
 }

@@ -4,13 +4,23 @@
 
 #include "platform/KvTypes.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+#define KV_WATCHES_MEMORY 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KV_WATCHES_MEMORY 1
+#endif
+#endif
+#ifdef KV_WATCHES_MEMORY
+#include <sanitizer/asan_interface.h>
+#endif
+
 /**
  * Memory for the many objects of a tree that is being built: taken from the C runtime slab by slab instead of object by
  * object. Each object keeps its `place` in the slab, by which it is given back alone, at any time and by any thread; a
  * slab is given back with its last object. What was given back before is not used again: an object that outlives its
  * tree keeps up to `largestSlab` bytes. The allocation hook is asked for each object, not for the slabs.
- * One thread at a time takes from a builder. Sanitized builds (KV_PLAIN_OBJECTS) take each object as a block of its
- * own, so that every use of a dead object is found.
+ * One thread at a time takes from a builder. Under AddressSanitizer what is in no object of a slab may not be touched.
  */
 class ObjectSlabs
 {
@@ -19,6 +29,9 @@ public:
     static constexpr unsigned placeBits = 12;
     static constexpr KvUInt32 placeMask = (KvUInt32{1} << placeBits) - 1;
     static constexpr std::size_t largestSlab = 32 * 1024 - 64;
+    /** What an object may need at most: bytes, and the alignment that numbers and pointers have. */
+    static constexpr std::size_t largestObject = 1024;
+    static constexpr std::size_t alignment = 8;
 
     struct Room
     {
@@ -31,12 +44,13 @@ public:
     ObjectSlabs& operator=(const ObjectSlabs&) = delete;
     ~ObjectSlabs() { leaveSlab(); }
 
-    /** Room for an object of at most 1 KiB. `expected` is how many bytes this and all later objects may need: no slab
-        is made larger than that. */
+    /** Room for an object of at most `largestObject` bytes. `expected` is how many bytes this and all later objects may
+       need: no slab is made larger than that. */
     Room take(std::size_t bytes, std::size_t expected) noexcept;
 
-    /** Gives an object's memory back, after its destructor or instead of one that has nothing to do. */
-    static void release(void* object, KvUInt32 place) noexcept;
+    /** Gives an object's memory back, after its destructor or instead of one that has nothing to do. `bytes`, of its
+        size, are watched from now on where memory is watched. */
+    static void release(void* object, KvUInt32 place, std::size_t bytes = 0) noexcept;
 
 private:
     struct Slab;
@@ -61,9 +75,10 @@ public:
         Releases& operator=(const Releases&) = delete;
         ~Releases() { flush(); }
 
-        /** The object is over; its place is not 0. */
-        void add(void* object, KvUInt32 place) noexcept
+        /** The object is over; its place is not 0. `bytes` as for release. */
+        void add(void* object, KvUInt32 place, std::size_t bytes = 0) noexcept
         {
+            forbid(object, bytes);
             Slab* const slab = slabOf(object, place);
             if (slab != m_slab)
                 flush();
@@ -86,8 +101,22 @@ public:
 
 private:
     /** Objects stand at multiples of this from the start of their slab, and the slab's own record before the first. */
-    static constexpr std::size_t step = 8;
-    static_assert(largestSlab / step <= placeMask);
+    static constexpr std::size_t step = alignment;
+    static_assert(largestSlab / step <= placeMask && largestObject <= largestSlab - step);
+
+#ifdef KV_WATCHES_MEMORY
+    static void forbid(const void* memory, std::size_t bytes) noexcept
+    {
+        __asan_poison_memory_region(memory, bytes);
+    }
+    static void permit(const void* memory, std::size_t bytes) noexcept
+    {
+        __asan_unpoison_memory_region(memory, bytes);
+    }
+#else
+    static void forbid(const void*, std::size_t) noexcept {}
+    static void permit(const void*, std::size_t) noexcept {}
+#endif
 
     static Slab* slabOf(void* object, KvUInt32 place) noexcept
     {

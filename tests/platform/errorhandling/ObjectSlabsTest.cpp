@@ -92,3 +92,28 @@ TEST(ObjectSlabs, TheHookIsAskedForEachObject)
     EXPECT_EQ(slabs.take(100, 1000).memory, nullptr);
     ObjectSlabs::release(first.memory, first.place);
 }
+
+#ifdef KV_WATCHES_MEMORY
+TEST(ObjectSlabs, NothingButLivingObjectsMayBeTouched)
+{
+    ObjectSlabs slabs;
+    const ObjectSlabs::Room dead = slabs.take(104, 1000);
+    const ObjectSlabs::Room together = slabs.take(104, 1000);
+    const ObjectSlabs::Room alive = slabs.take(13, 1000);
+    ObjectSlabs::release(dead.memory, dead.place, 104);
+    {
+        ObjectSlabs::Releases releases;
+        releases.add(together.memory, together.place, 104);
+    }
+    const auto read = [](const ObjectSlabs::Room& room, std::size_t at) {
+        return static_cast<const volatile unsigned char*>(room.memory)[at];
+    };
+    EXPECT_DEATH(read(dead, 0), "use-after-poison");
+    EXPECT_DEATH(read(dead, 103), "use-after-poison");
+    EXPECT_DEATH(read(together, 40), "use-after-poison");
+    EXPECT_DEATH(read(alive, 13), "use-after-poison");
+    std::memset(alive.memory, 1, 13);
+    EXPECT_EQ(read(alive, 12), 1);
+    ObjectSlabs::release(alive.memory, alive.place, 13);
+}
+#endif
