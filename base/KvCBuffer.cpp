@@ -59,13 +59,14 @@ void KvCBuffer::allocateBuffer(KvCErrorListPool& errors, KvInt32 increment)
     grow(errors, increment == -1 ? defaultGrowth : static_cast<KvUInt32>(increment));
 }
 
-/** Grows the block; false, and reported, when that fails. */
-bool KvCBuffer::grow(KvCErrorListPool& errors, KvUInt64 increment)
+/** Grows the block; false, and reported, when that fails. The caller writes the first `written` bytes of the block. */
+bool KvCBuffer::grow(KvCErrorListPool& errors, KvUInt64 increment, KvUInt64 written)
 {
     const KvUInt64 size = m_size + increment;
     if (!ensureCapacity(errors, increment > largestSize ? increment : size))
         return false;
-    std::memset(m_start + m_size, 0, static_cast<std::size_t>(increment));
+    const auto unwritten = static_cast<std::size_t>(std::max<KvUInt64>(m_size, written));
+    std::memset(m_start + unwritten, 0, static_cast<std::size_t>(size) - unwritten);
     m_size = static_cast<KvUInt32>(size);
     return true;
 }
@@ -253,10 +254,15 @@ void KvCBuffer::ReadFromFile(KvCErrorListPool& errors, const char* path)
         KV_REPORT(errors, BufferReadFailed, "KvCBuffer::ReadFromFile");
     else if (file == nullptr && kind == FileKind::Regular)
         KV_REPORT(errors, OutOfMemory, "KvCBuffer::ReadFromFile");
-    if (file == nullptr || !grow(errors, size))
+    const std::size_t before = m_size;
+    if (file == nullptr || !grow(errors, size, size))
         return;
     const auto bytes = static_cast<std::size_t>(size);
-    if (bytes != 0 && std::fread(m_start, 1, bytes, file.get()) != bytes) {
+    const std::size_t taken = bytes == 0 ? 0 : std::fread(m_start, 1, bytes, file.get());
+    if (taken != bytes) {
+        const std::size_t unwritten = std::max(before, taken);
+        if (unwritten < bytes)
+            std::memset(m_start + unwritten, 0, bytes - unwritten);
         KV_REPORT(errors, BufferReadFailed, "KvCBuffer::ReadFromFile");
         return;
     }

@@ -132,7 +132,7 @@ private:
         KvNBigEndian::store(m_start + m_write, bits);
         m_write += static_cast<KvUInt32>(size);
     }
-    bool grow(KvCErrorListPool& errors, KvUInt64 increment);
+    bool grow(KvCErrorListPool& errors, KvUInt64 increment, KvUInt64 written = 0);
     bool ensureCapacity(KvCErrorListPool& errors, KvUInt64 size);
     void moveWrite(KvCErrorListPool& errors, KvInt64 position);
     void moveRead(KvCErrorListPool& errors, KvInt64 distance);
