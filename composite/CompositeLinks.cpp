@@ -57,56 +57,48 @@ KvCComposite* Access::tail(const Node* parent)
 
 namespace {
 
-/** The index, made of the chain from `first` on when there was none; null when memory is out. */
+/** Makes the index of the chain from `first` on when there is none; false when memory is out. */
 template <class Index>
-const Index* indexOf(Index*& index, const KvCComposite* first)
+bool isMade(Index& index, const KvCComposite* first)
 {
-    if (index != nullptr)
-        return index;
-    index = new Index;
-    for (const KvCComposite* node = first; index != nullptr && node != nullptr; node = node->getSibling()) {
-        if (!index->append(const_cast<KvCComposite*>(node))) {
-            delete index;
-            index = nullptr;
+    if (index.isMade())
+        return true;
+    for (const KvCComposite* node = first; node != nullptr; node = node->getSibling()) {
+        if (!index.append(const_cast<KvCComposite*>(node))) {
+            index.drop();
+            return false;
         }
     }
-    return index;
+    return true;
 }
 
 template <class Index>
-void drop(Index*& index)
+void keepAppended(Index& index, KvCComposite* node)
 {
-    delete index;
-    index = nullptr;
+    if (index.isMade() && !index.append(node))
+        index.drop();
 }
 
 template <class Index>
-void keepAppended(Index*& index, KvCComposite* node)
+void keepRemoved(Index& index, KvCComposite* node)
 {
-    if (index != nullptr && !index->append(node))
-        drop(index);
-}
-
-template <class Index>
-void keepRemoved(Index*& index, KvCComposite* node)
-{
-    if (index != nullptr && !index->remove(node))
-        drop(index);
+    if (!index.remove(node))
+        index.drop();
 }
 
 }  // namespace
 
 KvCComposite* Access::findChild(const Node* parent, KvUInt32 classId, KvUInt32 unitId)
 {
+    if (parent->m_extra != nullptr && parent->m_extra->children.isMade())
+        return parent->m_extra->children.find(ClassAndUnitKey::of(classId, unitId));
     // Most trees are built in ascending order: what comes behind the last child is not there.
-    const bool isIndexed = parent->m_extra != nullptr && parent->m_extra->children != nullptr;
-    if (!isIndexed && parent->m_childrenAscend && parent->m_lastChild != nullptr &&
-        isBelow(parent->m_lastChild, classId, unitId))
+    if (parent->m_childrenAscend && parent->m_lastChild != nullptr && isBelow(parent->m_lastChild, classId, unitId))
         return nullptr;
     if (parent->m_childCount > IndexThreshold)
         if (Extra* const piece = extra(const_cast<Node*>(parent)))
-            if (const auto* const index = indexOf(piece->children, parent->m_firstChild))
-                return index->find(ClassAndUnitKey::of(classId, unitId));
+            if (isMade(piece->children, parent->m_firstChild))
+                return piece->children.find(ClassAndUnitKey::of(classId, unitId));
     for (Node* node = parent->m_firstChild; node != nullptr; node = node->m_sibling)
         if (node->m_classId == classId && node->m_unitId == unitId)
             return node;
@@ -117,8 +109,8 @@ KvCComposite* Access::findUnit(const Node* parent, KvUInt32 unitId)
 {
     if (parent->m_childCount > IndexThreshold)
         if (Extra* const piece = extra(const_cast<Node*>(parent)))
-            if (const auto* const index = indexOf(piece->units, parent->m_firstChild))
-                return index->find(unitId);
+            if (isMade(piece->units, parent->m_firstChild))
+                return piece->units.find(unitId);
     for (Node* node = parent->m_firstChild; node != nullptr; node = node->m_sibling)
         if (node->m_unitId == unitId)
             return node;
@@ -129,8 +121,8 @@ void Access::dropIndexes(Node* parent)
 {
     if (parent->m_extra == nullptr)
         return;
-    drop(parent->m_extra->children);
-    drop(parent->m_extra->units);
+    parent->m_extra->children.drop();
+    parent->m_extra->units.drop();
 }
 
 void Access::loseOrder(Node* parent)

@@ -20,11 +20,28 @@ struct UnitKey
     static KvUInt64 of(const KvCComposite* node) { return node->getUnitId(); }
 };
 
-struct KvCComposite::ChildIndex : FirstMatchIndex<KvCComposite, ClassAndUnitKey>
-{};
+/** What few nodes have. */
+struct KvCComposite::Extra : KvNAllocation::Object
+{
+    /** A link from a node to one that may die before it: `target` knows all links that point at it. */
+    struct BackLink
+    {
+        KvCComposite* target = nullptr;
+        KvCComposite* next = nullptr;
+        KvCComposite* previous = nullptr;
+    };
 
-struct KvCComposite::UnitIndex : FirstMatchIndex<KvCComposite, UnitKey>
-{};
+    FirstMatchIndex<KvCComposite, ClassAndUnitKey> children;  ///< by class and unit, of a wide node
+    FirstMatchIndex<KvCComposite, UnitKey> units;             ///< by unit, of a wide node
+    void* rtData = nullptr;
+    BackLink friendLink;                ///< this node's friend
+    KvCComposite* friendOf = nullptr;   ///< first of the nodes whose friend is this one
+    BackLink strayLink;                 ///< the parent that this node names without being in its chain
+    KvCComposite* strays = nullptr;     ///< first of the nodes that name this parent without being in its chain
+    BackLink siblingLink;               ///< the sibling that follows another node by rights
+    KvCComposite* siblingOf = nullptr;  ///< first of the nodes with such a link to this one
+    KvCComposite* holder = nullptr;     ///< the node in whose chain this one is, when it is not the parent
+};
 
 /**
  * The links between nodes, and what keeps them true: nothing ever points at a node that died.
@@ -38,7 +55,7 @@ struct KvNCompositeAccess
 {
     using Node = KvCComposite;
     using Extra = Node::Extra;
-    using BackLink = Node::BackLink;
+    using BackLink = Extra::BackLink;
 
     /** The node in whose chain `node` is; null when it is in none. */
     static Node* holder(const Node* node)

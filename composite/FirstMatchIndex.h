@@ -21,6 +21,18 @@ public:
     FirstMatchIndex& operator=(const FirstMatchIndex&) = delete;
     ~FirstMatchIndex() { KvNAllocation::release(m_slots); }
 
+    /** Whether there is anything to follow: a node was appended since the start, or since it was dropped. */
+    bool isMade() const { return m_slots != nullptr; }
+    /** Forgets everything, as far as it takes memory. */
+    void drop()
+    {
+        KvNAllocation::release(m_slots);
+        m_slots = nullptr;
+        m_mask = 0;
+        m_used = 0;
+        m_hasDuplicates = false;
+    }
+
     /** The first node with this key; null when there is none. */
     Node* find(KvUInt64 key) const { return m_slots == nullptr ? nullptr : m_slots[slotOf(key)]; }
 
@@ -69,15 +81,15 @@ public:
     }
 
 private:
-    static constexpr std::size_t smallest = 32;
+    static constexpr unsigned smallestBits = 5;
+    static constexpr std::uint64_t golden = 0x9E3779B97F4A7C15ULL;
 
-    /** Spreads the keys; the table's address is a secret of the run, so that no stream can be made to collide. */
+    /** Spreads the keys. The factor comes from the table's address, a secret of the run, so that no stream can be made
+        to collide; one product alone would put numbers in a row into clusters. */
     std::size_t startOf(KvUInt64 key) const
     {
-        std::uint64_t hash = static_cast<std::uint64_t>(key) + m_seed;
-        hash = (hash ^ (hash >> 33)) * 0xFF51AFD7ED558CCDULL;
-        hash = (hash ^ (hash >> 33)) * (m_seed | 1);
-        return static_cast<std::size_t>(hash >> 20) & m_mask;
+        const std::uint64_t product = static_cast<std::uint64_t>(key) * m_factor;
+        return static_cast<std::size_t>((product ^ product >> 32) * golden >> m_shift);
     }
     /** The slot that holds the key, or the free one where it belongs. */
     std::size_t slotOf(KvUInt64 key) const
@@ -94,7 +106,7 @@ private:
         const std::size_t slots = m_slots == nullptr ? 0 : m_mask + 1;
         if (2 * (m_used + 1) <= slots)
             return true;
-        const std::size_t wanted = slots == 0 ? smallest : 2 * slots;
+        const std::size_t wanted = slots == 0 ? std::size_t{1} << smallestBits : 2 * slots;
         if (wanted > static_cast<std::size_t>(-1) / sizeof(Node*) / 2)
             return false;
         Node** const old = m_slots;
@@ -104,7 +116,8 @@ private:
         std::memset(fresh, 0, wanted * sizeof(Node*));
         m_slots = fresh;
         m_mask = wanted - 1;
-        m_seed = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(fresh)) * 0x9E3779B97F4A7C15ULL;
+        m_shift = slots == 0 ? 64 - smallestBits : m_shift - 1;
+        m_factor = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(fresh)) * golden | 1;
         for (std::size_t i = 0; i < slots; ++i)
             if (old[i] != nullptr)
                 m_slots[slotOf(KeyOf::of(old[i]))] = old[i];
@@ -128,7 +141,8 @@ private:
     Node** m_slots = nullptr;
     std::size_t m_mask = 0;
     std::size_t m_used = 0;
-    std::uint64_t m_seed = 0;
+    std::uint64_t m_factor = 0;
+    unsigned m_shift = 0;
     bool m_hasDuplicates = false;
 };
 

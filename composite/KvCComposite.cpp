@@ -83,10 +83,20 @@ void KvCComposite::setSibling(KvCComposite* sibling)
         KV_REPORT(KvNReport::masterList(), OutOfMemory, "KvCComposite::setSibling");
 }
 
+KvCComposite* KvCComposite::getFriend() const
+{
+    return m_extra == nullptr ? nullptr : m_extra->friendLink.target;
+}
+
 void KvCComposite::setFriend(KvCComposite* other)
 {
     if (!Access::point(this, other, &Extra::friendLink, &Extra::friendOf))
         KV_REPORT(KvNReport::masterList(), OutOfMemory, "KvCComposite::setFriend");
+}
+
+void* KvCComposite::getRtDataPointer() const
+{
+    return m_extra == nullptr ? nullptr : m_extra->rtData;
 }
 
 void KvCComposite::setRtDataPointer(void* data)

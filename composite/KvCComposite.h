@@ -75,7 +75,7 @@ public:
     /** Makes `sibling` (may be null) the node behind this one. What stood there falls out of the chain. A link that
         would close a ring is not made. */
     void setSibling(KvCComposite* sibling);
-    KvCComposite* getFriend() const { return m_extra == nullptr ? nullptr : m_extra->friendLink.target; }
+    KvCComposite* getFriend() const;
     /** Points this node's friend link at `other` (null: nowhere); one way. The link becomes null when `other` dies.
        When memory is out the link is null and 0x601002 is on the master error list. */
     void setFriend(KvCComposite* other);
@@ -83,7 +83,7 @@ public:
     /** Adds 1 to the node's counter and gives it: 1, 2, 3, … */
     KvUInt32 getUniqueChildIndex() { return ++m_uniqueChildIndex; }
     /** A pointer for the node's users; not owned. */
-    void* getRtDataPointer() const { return m_extra == nullptr ? nullptr : m_extra->rtData; }
+    void* getRtDataPointer() const;
     /** When memory is out nothing is stored and 0x601002 is on the master error list. */
     void setRtDataPointer(void* data);
 
@@ -268,13 +268,13 @@ protected:
     explicit KvCComposite(const Fresh& fresh) noexcept
         : m_classId(fresh.classId),
           m_unitId(fresh.unitId),
-          m_descr(fresh.descr),
           m_descrSize(fresh.descrSize & 0xFF),
           m_place(fresh.place & ObjectSlabs::placeMask),
           m_hasList(true),
           m_descrIsShared(fresh.descrIsShared),
           m_descrIsBehind(!fresh.descrIsShared),
-          m_list(this)
+          m_list(this),
+          m_descr(fresh.descr)
     {}
     KvUInt32 getPlace() const { return m_place; }
 
@@ -292,30 +292,7 @@ private:
     friend struct KvNFreshTree;
     friend class KvCBinDeserializer;
 
-    struct ChildIndex;
-    struct UnitIndex;
-
-    /** A link from a node to one that may die before it: `target` knows all links that point at it. */
-    struct BackLink
-    {
-        KvCComposite* target = nullptr;
-        KvCComposite* next = nullptr;
-        KvCComposite* previous = nullptr;
-    };
-    /** What few nodes have. */
-    struct Extra : KvNAllocation::Object
-    {
-        void* rtData = nullptr;
-        ChildIndex* children = nullptr;     ///< by class and unit, of a wide node
-        UnitIndex* units = nullptr;         ///< by unit, of a wide node
-        BackLink friendLink;                ///< this node's friend
-        KvCComposite* friendOf = nullptr;   ///< first of the nodes whose friend is this one
-        BackLink strayLink;                 ///< the parent that this node names without being in its chain
-        KvCComposite* strays = nullptr;     ///< first of the nodes that name this parent without being in its chain
-        BackLink siblingLink;               ///< the sibling that follows another node by rights
-        KvCComposite* siblingOf = nullptr;  ///< first of the nodes with such a link to this one
-        KvCComposite* holder = nullptr;     ///< the node in whose chain this one is, when it is not the parent
-    };
+    struct Extra;
 
     bool hasParameterList() const { return m_hasList; }
     bool isNewId(KvCErrorListPool& errors, KvUInt32 id, const char* descr);
@@ -336,14 +313,10 @@ private:
     template <class T>
     long changeArray(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 count, const T* data);
 
-    // First what every walk, every search and the end of a tree need, one cache line; then the list, whose own order is
-    // of that kind too; last what few ask for.
+    // What a search looks at stands first, in as few cache lines as it fits, the list's part of it included; then what
+    // a walk takes, which reads everything before long.
     KvUInt32 m_classId;
     KvUInt32 m_unitId;
-    const char* m_descr = nullptr;
-    KvCComposite* m_firstChild = nullptr;
-    KvCComposite* m_sibling = nullptr;
-    KvCComposite* m_parent = nullptr;
     Extra* m_extra = nullptr;
     KvUInt32 m_childCount = 0;
     KvUInt32 m_descrSize : 8 = 0;                   ///< low bits of the description's size; 0: not known
@@ -354,6 +327,10 @@ private:
     bool m_isLinked : 1 = false;        ///< in the chain of its parent
     bool m_childrenAscend : 1 = false;  ///< each child's class and unit are above those of the one before it
     KvCParamList m_list;
+    KvCComposite* m_sibling = nullptr;
+    KvCComposite* m_parent = nullptr;
+    KvCComposite* m_firstChild = nullptr;
+    const char* m_descr = nullptr;
     KvCComposite* m_lastChild = nullptr;
     KvCComposite* m_previous = nullptr;  ///< the node whose sibling link leads here
     KvUInt32 m_state = 0;

@@ -1,30 +1,17 @@
 #include "composite/ParamIndex.h"
 
-#include <atomic>
-
 using Traits = KvPListTraits<KvCParam*>;
 
-namespace {
-
-/** How often an indexed parameter was given another id, in any tree of the process. */
-std::atomic<KvUInt32> s_idChanges{0};
-
-}  // namespace
+std::atomic<KvUInt32> Traits::Index::s_idChanges{0};
 
 Traits::Index* Traits::Index::make(const KvPListNode<KvCParam*>* front)
 {
     auto* index = new Index;
     if (index == nullptr)
         return nullptr;
-    index->idChanges = s_idChanges.load(std::memory_order_relaxed);
     for (const auto* node = front; index != nullptr && node != nullptr; node = node->getNext())
         appended(index, node->getContent());
     return index;
-}
-
-bool Traits::Index::isCurrent() const
-{
-    return idChanges == s_idChanges.load(std::memory_order_relaxed);
 }
 
 void Traits::Index::noteIdChange()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "composite/FirstMatchIndex.h"
 #include "composite/KvCParam.h"
 #include "composite/KvPList.h"
@@ -15,9 +17,13 @@ struct KvPListTraits<KvCParam*>::Index : FirstMatchIndex<KvCParam, ParamIdKey>
 {
     /** An index of the list that starts with `front`; null when memory is out. */
     static Index* make(const KvPListNode<KvCParam*>* front);
-    bool isCurrent() const;
+    bool isCurrent() const { return idChanges == s_idChanges.load(std::memory_order_relaxed); }
     /** Notes that an indexed parameter has another id now. */
     static void noteIdChange();
 
-    KvUInt32 idChanges = 0;
+    KvUInt32 idChanges = s_idChanges.load(std::memory_order_relaxed);
+
+private:
+    /** How often an indexed parameter was given another id, in any tree of the process. */
+    static std::atomic<KvUInt32> s_idChanges;
 };

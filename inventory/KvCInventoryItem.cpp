@@ -88,10 +88,11 @@ void KvCInventoryItem::detach()
 KvCInventoryItem* KvCInventoryItem::findItem(const KvCInventoryAddress& address, KvUInt32 length) const
 {
     const KvCInventoryItem* item = this;
+    const KvCInventoryAddress::Element* const steps = address.elements();
     for (KvUInt32 i = 0; i < length; ++i) {
         FriendWalk friends(item);
         const KvCInventoryItem* child;
-        while ((child = item->findChild(address.getCategoryAt(i), address.getIndexAt(i))) == nullptr) {
+        while ((child = item->findChild(steps[i].category, steps[i].index)) == nullptr) {
             item = static_cast<const KvCInventoryItem*>(friends.next(item));
             if (item == nullptr)
                 return nullptr;
