@@ -2,11 +2,10 @@
 set(KV_PUBLIC_HEADERS
   platform/KvTypes.h platform/KvExport.h
   platform/errorhandling/KvCErrorList.h platform/errorhandling/KvCErrorManager.h
-  platform/errorhandling/ObjectSlabs.h
   platform/errorhandling/KvNRtosAbstraction.h
   platform/oncrpc/KvCRpcClient.h platform/oncrpc/KvXdr.h
   platform/dal/KvDALBase.h platform/dal/KvDALAp.h
-  base/KvCString.h base/KvCVersion.h base/KvCBuffer.h base/BigEndian.h base/ShortCopy.h base/Crc32.h
+  base/KvCString.h base/KvCVersion.h base/KvCBuffer.h base/BigEndian.h base/Crc32.h
   composite/ElementTypes.def composite/ElementTypes.h composite/SharedText.h composite/KvCArrayParam.h
   composite/KvCParam.h composite/KvPList.h composite/KvCParamList.h composite/KvCComposite.h
   composite/KvCCompositeTraverse.h composite/KvCBinSerializer.h composite/KvCBinDeserializer.h

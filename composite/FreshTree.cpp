@@ -26,7 +26,7 @@ void KvNFreshTree::clear(KvCParamList& list, ObjectSlabs::Releases& releases)
         if (isOwnNode && parameter->m_place != 0 && parameter->m_attachments == 1) {
             const KvUInt32 place = parameter->m_place;
             empty(*parameter);
-            releases.add(parameter, place);
+            releases.add(parameter, place, sizeof *parameter);
         } else {
             list.freeNode(node);
             list.notifyElementDetachment(&parameter);
@@ -51,5 +51,5 @@ void KvNFreshTree::destroyFirstChild(KvCComposite& parent, KvCComposite& node, R
         parent.m_lastChild = nullptr;
     if (next != nullptr)
         next->m_previous = nullptr;
-    releases.nodes.add(&node, node.m_place);
+    releases.nodes.add(&node, node.m_place, sizeof node);
 }

@@ -3,6 +3,8 @@
 #include "composite/KvCComposite.h"
 #include "platform/errorhandling/ObjectSlabs.h"
 
+static_assert(KvSlabPlaceBits == ObjectSlabs::placeBits);
+
 /**
  * The two ends of a tree's life, done in bulk: nodes and parameters that a reader has just made, and has found to be
  * new, are put at their place without asking again; and what a dying tree holds is given back slab by slab.

@@ -4,7 +4,6 @@
 #include "composite/KvCParamList.h"
 #include "composite/SharedText.h"
 #include "platform/KvExport.h"
-#include "platform/errorhandling/ObjectSlabs.h"
 
 namespace KvNReport {
 class Watch;
@@ -15,6 +14,8 @@ struct KvNCompositeAccess;
  * The node of every tree: a class id and a unit id that name it among its siblings, a description, a parameter list and
  * links to parent, children, next sibling and one friend. A node owns its children and its parameters; destroying it
  * destroys its subtree, at any depth on a normal stack, and clears every friend link that points into it.
+ * Nodes and parameters that a stream was read into share memory with their neighbours (ObjectSlabs): each may still be
+ * detached and destroyed alone, and what a dying tree holds of them is given back in bulk.
  * Looking up a child or a parameter takes the same time in nodes of any width and gives the first match in order.
  * A tree is used by one thread at a time.
  */
@@ -269,7 +270,7 @@ protected:
         : m_classId(fresh.classId),
           m_unitId(fresh.unitId),
           m_descrSize(fresh.descrSize & 0xFF),
-          m_place(fresh.place & ObjectSlabs::placeMask),
+          m_place(fresh.place & KvSlabPlaceMask),
           m_hasList(true),
           m_descrIsShared(fresh.descrIsShared),
           m_descrIsBehind(!fresh.descrIsShared),
@@ -319,8 +320,8 @@ private:
     KvUInt32 m_unitId;
     Extra* m_extra = nullptr;
     KvUInt32 m_childCount = 0;
-    KvUInt32 m_descrSize : 8 = 0;                   ///< low bits of the description's size; 0: not known
-    KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
+    KvUInt32 m_descrSize : 8 = 0;            ///< low bits of the description's size; 0: not known
+    KvUInt32 m_place : KvSlabPlaceBits = 0;  ///< in a slab; 0: a block of its own
     bool m_hasList : 1 = false;
     bool m_descrIsShared : 1 = false;
     bool m_descrIsBehind : 1 = false;   ///< in the node's own memory, behind the object

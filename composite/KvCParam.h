@@ -9,9 +9,13 @@
 #include "composite/KvPList.h"
 #include "composite/SharedText.h"
 #include "platform/KvExport.h"
-#include "platform/errorhandling/ObjectSlabs.h"
 
 class KvCComposite;
+
+/** Bits of an object's place in the slab in which it was made with others; place 0: the object is a block of its own.
+ */
+inline constexpr unsigned KvSlabPlaceBits = 12;
+inline constexpr KvUInt32 KvSlabPlaceMask = (KvUInt32{1} << KvSlabPlaceBits) - 1;
 
 /**
  * A named, typed value with a numeric id, hanging off a composite. Its type is fixed at construction and every typed
@@ -84,9 +88,6 @@ public:
     }
     /** Whether the value lives in the caller's storage. */
     bool isExternal() const { return m_storage == Storage::External; }
-    /** Whether the parameter is of the derived class that marks its objects (setMarked): a cast needs no look at its
-        type then. */
-    bool isMarked() const { return m_isMarked; }
 
     /** How many lists hold the parameter. */
     KvInt32 getAttachmentCounter() const { return m_attachments; }
@@ -182,7 +183,7 @@ protected:
         : m_id(fresh.id),
           m_type(fresh.type),
           m_descrSize(fresh.descrSize & 0xFF),
-          m_place(fresh.place & ObjectSlabs::placeMask),
+          m_place(fresh.place & KvSlabPlaceMask),
           m_storage(Storage::Inside),
           m_descrIsShared(fresh.descrIsShared),
           m_descrIsBehind(!fresh.descrIsShared),
@@ -222,6 +223,11 @@ protected:
     void setMarked()
     {
         m_isMarked = true;
+    }
+    /** Whether the parameter is of that class: a cast needs no look at its type then. */
+    static bool isMarked(const KvCParam& parameter)
+    {
+        return parameter.m_isMarked;
     }
     /** Whether the description is shared, not a copy. */
     bool isDescrShared() const
@@ -288,8 +294,8 @@ private:
     // First, behind the links, what every walk, every search and the end of a tree need, in one cache line with them.
     KvUInt32 m_id;
     KvUInt32 m_type;
-    KvUInt32 m_descrSize : 8 = 0;                   ///< low bits of the description's size; 0: not known
-    KvUInt32 m_place : ObjectSlabs::placeBits = 0;  ///< in a slab; 0: a block of its own
+    KvUInt32 m_descrSize : 8 = 0;            ///< low bits of the description's size; 0: not known
+    KvUInt32 m_place : KvSlabPlaceBits = 0;  ///< in a slab; 0: a block of its own
     Storage m_storage : 2 = Storage::None;
     bool m_descrIsShared : 1 = false;
     bool m_descrIsBehind : 1 = false;  ///< in the parameter's own memory, behind the object

@@ -6,8 +6,8 @@ class KvCComposite;
 
 /**
  * The parameters of one composite, in order. The list counts itself on each parameter that it holds and destroys a
- * parameter when the last list lets go of it. Looking up an id takes the same time in lists of any length and gives the
- * first match in order.
+ * parameter when the last list lets go of it; with its composite it ends in bulk (KvNFreshTree). Looking up an id takes
+ * the same time in lists of any length and gives the first match in order.
  */
 class KV_EXPORT KvCParamList : public KvPList<KvCParam*>
 {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/KvCBuffer.h"
+#include "base/Report.h"
 #include "base/ShortCopy.h"
 #include "composite/KvCComposite.h"
 #include "composite/StreamFormat.h"
@@ -35,8 +36,12 @@ public:
         if (static_cast<std::size_t>(m_end - m_at) >= largestRecord)
             return true;
         commit();
+        if (m_isOut)
+            return false;
+        const KvNReport::Watch watch(m_errors);
         m_at = m_buffer.reserve(m_errors, largestRecord);
         m_end = m_at == nullptr ? nullptr : m_at + m_buffer.getReserve();
+        m_isOut = watch.grew();
         return m_at != nullptr;
     }
 
@@ -133,4 +138,5 @@ private:
     KvCBuffer& m_buffer;
     char* m_at = nullptr;
     char* m_end = nullptr;
+    bool m_isOut = false;  ///< memory was out: it is not asked for again with every record
 };

@@ -27,7 +27,7 @@ bool isCustom(const KvCParam* parameter)
     parameter of another class has nothing of this, but whoever reads the record expects it. */
 inline char* putCustom(char* at, const KvCParam* parameter)
 {
-    const auto* const own = parameter->isMarked() ? static_cast<const KvCInventoryParameter*>(parameter) : nullptr;
+    const KvCInventoryParameter* const own = KvCInventoryParameter::from(parameter);
     const std::size_t size = own == nullptr ? 0 : own->getUnitLength();
     const std::size_t length = std::min<std::size_t>(size & UnitLengthMask, UnitLimit);
     *at++ = static_cast<char>(length);
@@ -128,9 +128,9 @@ void KvCInventoryBinDeSerializer::handleCustomParameter(KvCErrorListPool& errors
     buffer.readBuffer(errors, unit, length, 1);
     buffer.readBuffer(errors, &isModifiable, 1);
     buffer.readBuffer(errors, &relevance, RelevanceSize);
-    if (!parameter->isMarked() || watch.grew())
+    KvCInventoryParameter* const inventoryParameter = KvCInventoryParameter::from(parameter);
+    if (inventoryParameter == nullptr || watch.grew())
         return;
-    auto* const inventoryParameter = static_cast<KvCInventoryParameter*>(parameter);
     inventoryParameter->setUnit(unit);
     inventoryParameter->setModifiableFlag(isModifiable != 0);
     inventoryParameter->setRelevance(relevance);

@@ -118,7 +118,7 @@ KvCInventoryItem* KvCInventoryItem::getItem(const KvCInventoryAddress& address) 
 
 KvCInventoryParameter* KvCInventoryItem::getOwnParameter(KvUInt32 category) const
 {
-    return asInventoryParameter(getParameterById(category));
+    return KvCInventoryParameter::from(getParameterById(category));
 }
 
 /** This item's parameter, else the friend's. */
@@ -126,7 +126,7 @@ KvCInventoryParameter* KvCInventoryItem::getLinkedParameter(KvUInt32 category) c
 {
     KvCInventoryParameter* parameter = getOwnParameter(category);
     if (parameter == nullptr && getFriend() != nullptr)
-        parameter = asInventoryParameter(getFriend()->getParameterById(category));
+        parameter = KvCInventoryParameter::from(getFriend()->getParameterById(category));
     return parameter;
 }
 
@@ -143,8 +143,8 @@ KvCInventoryParameter* KvCInventoryItem::getParameterByOrdinalNumber(KvUInt32 n)
     const KvCParamList* list = getParameterList();
     if (list == nullptr)
         return nullptr;
-    return asInventoryParameter(
-        list->getElementbyIndex(n, [](KvCParam* parameter) { return asInventoryParameter(parameter) != nullptr; }));
+    return KvCInventoryParameter::from(list->getElementbyIndex(
+        n, [](KvCParam* parameter) { return KvCInventoryParameter::from(parameter) != nullptr; }));
 }
 
 KvCInventoryItem* KvCInventoryItem::addItem(const KvCInventoryAddress& where, KvCInventoryItem* item)

@@ -87,7 +87,7 @@ public:
     {
         const KvCParamList* list = getParameterList();
         for (KvPListNode<KvCParam*>* node = list == nullptr ? nullptr : list->getFront(); node != nullptr;) {
-            KvCInventoryParameter* parameter = asInventoryParameter(node->getContent());
+            KvCInventoryParameter* parameter = KvCInventoryParameter::from(node->getContent());
             node = node->getNext();
             if (parameter != nullptr && !visit(*parameter))
                 return false;
@@ -205,10 +205,6 @@ private:
                                       const char* origin);
     KvCInventoryParameter* getOwnParameter(KvUInt32 category) const;
     KvCInventoryParameter* getLinkedParameter(KvUInt32 category) const;
-    static KvCInventoryParameter* asInventoryParameter(KvCParam* parameter)
-    {
-        return parameter != nullptr && parameter->isMarked() ? static_cast<KvCInventoryParameter*>(parameter) : nullptr;
-    }
 
     KvCInventoryItem* copyNode(KvCErrorListPool& errors) const;
     void mergeParameters(KvCErrorListPool& errors, const KvCInventoryItem& source);

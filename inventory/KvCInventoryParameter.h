@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "base/KvCString.h"
-#include "base/ShortCopy.h"
 #include "composite/KvCParam.h"
 #include "inventory/KvCInventoryAddress.h"
 #include "platform/KvExport.h"
@@ -63,6 +62,16 @@ public:
         Kept: the auxiliary pointer is cleared here, although a copy made by construction has it. */
     KvCInventoryParameter& operator=(const KvCInventoryParameter& other);
     ~KvCInventoryParameter() override;
+
+    /** The same object as a parameter of this class; null for one of another class, and for null. */
+    static KvCInventoryParameter* from(KvCParam* parameter)
+    {
+        return parameter != nullptr && isMarked(*parameter) ? static_cast<KvCInventoryParameter*>(parameter) : nullptr;
+    }
+    static const KvCInventoryParameter* from(const KvCParam* parameter)
+    {
+        return from(const_cast<KvCParam*>(parameter));
+    }
 
     /** The ID as an address of one element. */
     KvCInventoryAddress getID() const { return KvCInventoryAddress(getId()); }
@@ -163,15 +172,8 @@ private:
         bool isModifiable;
         KvUInt32 relevance;
     };
-    /** Without a value yet. */
-    KvCInventoryParameter(const Fresh& fresh, const CustomData& data) noexcept
-        : KvCParam(fresh), m_relevance(data.relevance)
-    {
-        setMarked();
-        setModifiableFlag(data.isModifiable);
-        copyShort(m_unit.text, data.unit, data.unitLength);
-        noteUnitLength(data.unitLength);
-    }
+    /** Without a value yet. Stands with the reader that uses it. */
+    KvCInventoryParameter(const Fresh& fresh, const CustomData& data) noexcept;
     void init(KvCErrorListPool& errors, const KvCInventoryAddress& id, const char* description);
 
     template <class T>

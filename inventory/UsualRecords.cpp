@@ -75,6 +75,16 @@ private:
 
 }  // namespace
 
+// Inline, as every parameter of a stream is made here and nowhere else.
+inline KvCInventoryParameter::KvCInventoryParameter(const Fresh& fresh, const CustomData& data) noexcept
+    : KvCParam(fresh), m_relevance(data.relevance)
+{
+    setMarked();
+    setModifiableFlag(data.isModifiable);
+    copyShort(m_unit.text, data.unit, data.unitLength);
+    noteUnitLength(data.unitLength);
+}
+
 /** An inventory parameter whose memory holds its description too. */
 class KvCInventoryBinDeSerializer::StreamParameter final : public KvCInventoryParameter
 {
@@ -88,7 +98,7 @@ public:
     {
         const KvUInt32 place = parameter->getPlace();
         parameter->~StreamParameter();
-        ObjectSlabs::release(parameter, place);
+        ObjectSlabs::release(parameter, place, sizeof(StreamParameter));
     }
 };
 
@@ -104,9 +114,15 @@ public:
     {
         const KvUInt32 place = item->getPlace();
         item->~StreamItem();
-        ObjectSlabs::release(item, place);
+        ObjectSlabs::release(item, place, sizeof(StreamItem));
     }
 };
+
+// What takeRoom is asked for: an object and, at most, a description behind it.
+static_assert(sizeof(KvCInventoryItem) + DescriptionArea <= ObjectSlabs::largestObject &&
+              sizeof(KvCInventoryParameter) + DescriptionArea <= ObjectSlabs::largestObject);
+static_assert(alignof(KvCInventoryItem) <= ObjectSlabs::alignment &&
+              alignof(KvCInventoryParameter) <= ObjectSlabs::alignment);
 
 /** Reads from the bytes between `at` and `end`; `at` moves behind each record that was read. */
 struct KvCInventoryBinDeSerializer::UsualReader

@@ -431,3 +431,15 @@ TEST(InventoryParameterLiteral, ATextIsAString)
     EXPECT_STREQ(parameter.getUnit(), "unit");
     EXPECT_EQ(errors.getErrorCount(), 0u);
 }
+
+TEST(InventoryParameterClass, IsToldOfAnyParameter)
+{
+    KvCErrorListPool errors;
+    KvCInventoryParameter own(errors, NAME, "NAME", 1u, "", false, 0);
+    KvCParam other(errors, 1, "other", 0x2000);
+    KvCParam* const asBase = &own;
+    EXPECT_EQ(KvCInventoryParameter::from(asBase), &own);
+    EXPECT_EQ(KvCInventoryParameter::from(static_cast<const KvCParam*>(asBase)), &own);
+    EXPECT_EQ(KvCInventoryParameter::from(&other), nullptr);
+    EXPECT_EQ(KvCInventoryParameter::from(static_cast<KvCParam*>(nullptr)), nullptr);
+}
