@@ -32,6 +32,11 @@ function(kv_add_layer name)
   add_library(kv_${name} OBJECT ${ARGN})
   target_link_libraries(kv_${name} PUBLIC kv_flags)
   target_compile_definitions(kv_${name} PRIVATE KVINVENTORY_BUILD)
+  # Nobody replaces a function of the library when a program is loaded: its own calls need no detour.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(kv_${name} PRIVATE
+      $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Release>>:-fno-semantic-interposition>)
+  endif()
   set_property(GLOBAL APPEND PROPERTY KV_LAYERS kv_${name})
 endfunction()
 

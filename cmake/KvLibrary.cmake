@@ -11,7 +11,8 @@ target_compile_features(kvinventory INTERFACE cxx_std_20)
 set_target_properties(kvinventory PROPERTIES
   LINKER_LANGUAGE CXX VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 if(UNIX AND NOT APPLE)
-  target_link_options(kvinventory PRIVATE LINKER:--version-script=${CMAKE_CURRENT_LIST_DIR}/kvinventory.map)
+  target_link_options(kvinventory PRIVATE
+    LINKER:--version-script=${CMAKE_CURRENT_LIST_DIR}/kvinventory.map LINKER:-Bsymbolic-functions)
   set_target_properties(kvinventory PROPERTIES LINK_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/kvinventory.map)
 endif()
 
