@@ -160,6 +160,12 @@ bool RpcServer::post(std::function<void()> work) noexcept
     return m_core != nullptr && m_core->post(std::move(work));
 }
 
+void RpcServer::wake() noexcept
+{
+    if (m_core != nullptr)
+        m_core->wake();
+}
+
 KvUInt64 RpcServer::startTimer(KvUInt32 milliseconds, std::function<void()> work) noexcept
 {
     return m_core != nullptr ? m_core->startTimer(milliseconds, std::move(work)) : 0;

@@ -113,6 +113,8 @@ public:
     virtual void closed(int /*board*/, KvUInt64 /*connection*/) {}
     /** Something for the log: a connection refused or dropped, and why. */
     virtual void note(int /*board*/, KvUInt32 /*peerAddress*/, const char* /*what*/) {}
+    /** Somebody has called wake(). */
+    virtual void woken() {}
 };
 
 /**
@@ -150,6 +152,9 @@ public:
 
     /** Runs `work` on the loop's thread soon; from any thread. False when memory is out. */
     bool post(std::function<void()> work) noexcept;
+    /** Has the handler's woken() called on the loop's thread soon, once for all calls until then; from any thread.
+       Needs no memory. */
+    void wake() noexcept;
     /** Runs `work` on the loop's thread after `milliseconds`; on that thread, or before run(). Returns the timer's
         number, or 0 when memory is out. */
     KvUInt64 startTimer(KvUInt32 milliseconds, std::function<void()> work) noexcept;

@@ -392,6 +392,20 @@ bool ServerCore::post(std::function<void()> work) noexcept
     }
 }
 
+void ServerCore::wake() noexcept
+{
+    if (m_wakes.exchange(true))
+        return;
+    try {
+        asio::post(context, inSlot(m_wakeSlot, [this] {
+                       m_wakes = false;
+                       guarded([this] { m_handler.woken(); });
+                   }));
+    } catch (...) {
+        m_wakes = false;
+    }
+}
+
 KvUInt64 ServerCore::startTimer(KvUInt32 milliseconds, std::function<void()> work) noexcept
 {
     try {

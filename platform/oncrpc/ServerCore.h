@@ -77,6 +77,7 @@ public:
     void stop() noexcept;
     bool stopOnSignals() noexcept;
     bool post(std::function<void()> work) noexcept;
+    void wake() noexcept;
     KvUInt64 startTimer(KvUInt32 milliseconds, std::function<void()> work) noexcept;
     void cancelTimer(KvUInt64 timer) noexcept;
     ServerConnection* find(KvUInt64 number) noexcept;
@@ -105,6 +106,8 @@ private:
     HandlerSlot m_tickSlot;
     HandlerSlot m_workSlot;
     HandlerSlot m_stopSlot;
+    HandlerSlot m_wakeSlot;
+    std::atomic<bool> m_wakes{false};  ///< woken() is on its way
 
 public:
     asio::io_context context{1};

@@ -19,8 +19,8 @@ class Worker
 public:
     using Task = std::function<void()>;
 
-    /** `wake` is called on the worker's thread and has collect() called soon. It must not throw; when it fails, the
-        next collect() catches up. */
+    /** `wake` is called on the worker's thread, or in run(), and has collect() called soon. It must neither throw nor
+        fail: who waits for what follows would wait for ever. */
     explicit Worker(Task wake) : m_wake(std::move(wake)) {}
     /** Waits for the work that has begun; the rest, and what was to follow, is destroyed. */
     ~Worker();

@@ -264,7 +264,7 @@ std::string seenBy(Caller& caller)
 
 struct Transfer : Device
 {
-    KvDALSFile files[16] = {};
+    KvDALSFile files[256] = {};
     KvUInt64 free = 0;
     std::string directory;
     std::string fileName;
@@ -300,14 +300,18 @@ struct Transfer : Device
         KvCErrorListPool unused;
         KvDAL_deleteFile(unused, nullptr, transfer, directory.c_str(), fileName.c_str());
     }
-    std::string sizes()
+    /** What is listed of the file. */
+    std::string listed() const
     {
-        count = 16;
-        std::string all;
-        if (KvDAL_listFiles(setUp, device, files, &count, &free) == 0)
-            for (KvUInt32 i = 0; i < count; ++i)
-                all += (fileName == files[i].fileName ? "the file " : "another ") + std::to_string(files[i].size) + "|";
-        return all;
+        for (KvUInt32 i = 0; i < count; ++i)
+            if (fileName == files[i].fileName)
+                return directory == files[i].directory ? std::to_string(files[i].size) : "elsewhere";
+        return "not there";
+    }
+    std::string look()
+    {
+        count = 256;
+        return KvDAL_listFiles(setUp, device, files, &count, &free) == 0 ? listed() : "not listed";
     }
 };
 
@@ -330,7 +334,7 @@ void addFileRows(Table& table)
             state.put(errors);
             return state.number == 1;
         },
-        [](Transfer& state) { return state.sizes(); });
+        [](Transfer& state) { return state.look(); });
     table.add<Put>(
         "KvDAL_deleteFile",
         [](Put& state, KvCErrorListPool& errors) {
@@ -340,17 +344,14 @@ void addFileRows(Table& table)
             return KvDAL_deleteFile(errors, nullptr, state.transfer, state.directory.c_str(), state.fileName.c_str()) ==
                    0;
         },
-        [](Put& state) { return state.sizes(); });
+        [](Put& state) { return state.look(); });
     table.add<Put>(
         "KvDAL_listFiles",
         [](Put& state, KvCErrorListPool& errors) {
-            state.count = 16;
+            state.count = 256;
             return KvDAL_listFiles(errors, state.device, state.files, &state.count, &state.free) == 0;
         },
-        [](Put& state) {
-            return (state.fileName == state.files[0].fileName ? "the file " : "another ") +
-                   std::to_string(state.files[0].size);
-        });
+        [](Put& state) { return state.listed(); });
 }
 
 void addClientRows(Table& table)

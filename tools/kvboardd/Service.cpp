@@ -142,9 +142,7 @@ Service::Unit::Unit(ServedBoard served, const Options& options, KvUInt64 bootId,
 {}
 
 Service::Service(const Options& options, std::vector<ServedBoard> boards)
-    : m_options(options),
-      m_server(*this, serverLimits(options)),
-      m_worker([this] { m_server.post([this] { m_worker.collect(); }); })
+    : m_options(options), m_server(*this, serverLimits(options)), m_worker([this] { m_server.wake(); })
 {
     const KvUInt64 bootId = KvNService::random64().value_or(0);
     for (ServedBoard& board : boards)

@@ -75,6 +75,7 @@ private:
     void call(const KvNRpc::ServerCall& call, KvNRpc::ReplyWriter reply) override;
     void closed(int board, KvUInt64 connection) override;
     void note(int board, KvUInt32 peerAddress, const char* what) override;
+    void woken() override { m_worker.collect(); }
 
     bool listen(int index, Unit& unit, std::string& problem);
     bool listenMapper(int index, Unit& unit, std::string& problem);
