@@ -251,7 +251,8 @@ void KvCBinDeserializer::CompositeParameter(KvCErrorListPool& errors)
     if (!record.read(reader))
         return;
 
-    KvCParam* const existing = m_actElement == nullptr ? nullptr : m_actElement->getParameterById(record.id);
+    const bool isAbsent = m_actElement == nullptr || isNewParameter(record.id);
+    KvCParam* const existing = isAbsent ? nullptr : m_actElement->getParameterById(record.id);
     if (existing != nullptr && ((existing->getType() ^ record.type) & KvNElement::CodeMask) != 0) {
         KV_REPORT(errors, StreamUnexpectedType, parameterOrigin, record.id, record.type);
         return;
