@@ -87,6 +87,17 @@ void addStringRows(Table& table)
         },
         told);
     table.add<Texts>(
+        "KvCString::fromBlock",
+        [](Texts& texts, KvCErrorListPool&) {
+            auto* const block = static_cast<char*>(KvNAllocation::allocate(100));
+            if (block == nullptr)
+                return false;
+            std::memcpy(block, longText, 56);
+            texts.text = KvCString::fromBlock(block, 55);
+            return true;
+        },
+        told, Says::ByResult);
+    table.add<Texts>(
         "KvCString::split",
         [](Texts& texts, KvCErrorListPool& errors) {
             delete[] texts.pieces;

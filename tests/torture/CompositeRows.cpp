@@ -240,14 +240,14 @@ void addNodeRows(Table& table)
         },
         [](Nodes& nodes) { return std::to_string(nodes.root.getChildCount()); });
     table.add<Nodes>(
-        "KvCComposite::setFriend",
+        "KvCComposite::setFriend KvCComposite::getFriend",
         [](Nodes& nodes, KvCErrorListPool& errors) {
             nodes.leaf->setFriend(&nodes.root);
             return isQuiet(errors);
         },
         [](Nodes& nodes) { return std::string(nodes.leaf->getFriend() == &nodes.root ? "linked" : "not linked"); });
     table.add<Nodes>(
-        "KvCComposite::setRtDataPointer",
+        "KvCComposite::setRtDataPointer KvCComposite::getRtDataPointer",
         [](Nodes& nodes, KvCErrorListPool& errors) {
             nodes.leaf->setRtDataPointer(&nodes);
             return isQuiet(errors);

@@ -1,6 +1,5 @@
 #include "Exported.h"
 
-#include <cctype>
 #include <regex>
 #include <sstream>
 
@@ -22,11 +21,6 @@ std::string withoutTemplateArguments(const std::string& name)
             result += name[i];
     }
     return result;
-}
-
-bool isWord(char c)
-{
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
 /** The qualified name in front of the arguments; empty when the text is no function. */

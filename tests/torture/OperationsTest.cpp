@@ -7,7 +7,7 @@
 #include <set>
 
 #include "FailingMemory.h"
-#include "Operation.h"
+#include "Operations.h"
 #include "TestBoards.h"
 
 /*
@@ -24,23 +24,6 @@ using Door = FailingMemory::Door;
     environment makes every sweep whole. */
 constexpr std::size_t sampledBeyond = 200;
 constexpr std::size_t wholeUntil = 60;
-
-const std::vector<Row>& rows()
-{
-    static const Table table = [] {
-        Table all;
-        addErrorRows(all);
-        addBaseRows(all);
-        addCompositeRows(all);
-        addStreamRows(all);
-        addInventoryRows(all);
-        addXdrRows(all);
-        addDeviceRows(all);
-        addManagerRows(all);
-        return all;
-    }();
-    return table.rows();
-}
 
 long openDescriptors()
 {
@@ -85,7 +68,7 @@ protected:
     }
     ~Torture() override { KvCErrorManager::setOutput(nullptr, nullptr); }
 
-    const Row& row() const { return rows()[GetParam()]; }
+    const Row& row() const { return operations()[GetParam()]; }
 
     /** One attempt, from setting up to giving back. */
     Attempt attempt(Door door, std::size_t number, bool lasting)
@@ -197,7 +180,7 @@ const testing::Environment* const g_service = testing::AddGlobalTestEnvironment(
 /** "KvCString::split and more" as a name for a test. */
 std::string testName(const testing::TestParamInfo<std::size_t>& info)
 {
-    const std::string& names = rows()[info.param].names;
+    const std::string& names = operations()[info.param].names;
     std::string name = names.substr(0, names.find(' '));
     for (char& c : name)
         if (!std::isalnum(static_cast<unsigned char>(c)))
@@ -205,6 +188,6 @@ std::string testName(const testing::TestParamInfo<std::size_t>& info)
     return name + "_" + std::to_string(info.param);
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Torture, testing::Range<std::size_t>(0, rows().size()), testName);
+INSTANTIATE_TEST_SUITE_P(Of, Torture, testing::Range<std::size_t>(0, operations().size()), testName);
 
 }  // namespace

@@ -703,7 +703,7 @@ protected:
         else if (!request.isWhole(client))
             made.finding = "something is half done";
         else if (isGood(reply) && !request.isDone(client))
-            made.finding = "answered as done, and not done";
+            made.finding = "answered as done, and not done: " + client.value();
         if (made.finding.empty() && !isGood(reply))
             made.finding = repeat(client, arguments);
         if (m_expected.empty() && isGood(reply))

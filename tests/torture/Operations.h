@@ -1,0 +1,6 @@
+#pragma once
+
+#include "Operation.h"
+
+/** The rows of all layers. */
+const std::vector<Row>& operations();
