@@ -375,13 +375,19 @@ bool isOldOrNew(Client& client)
     const std::string now = client.value();
     return now == client.before || now.find(newValue) != std::string::npos;
 }
-bool isOld(Client& client)
-{
-    return client.value() == client.before;
-}
 bool isNew(Client& client)
 {
     return client.value().find(newValue) != std::string::npos;
+}
+/** A value that was written, or was not, is applied: it is never another one. */
+bool isOldOrNewWhenApplied(Client& client)
+{
+    client.call(inventory, 6, at("HCN[4711]") + words({client.accessId}));
+    return isOldOrNew(client);
+}
+bool isNewWhenApplied(Client& client)
+{
+    return isOldOrNewWhenApplied(client) && isNew(client);
 }
 Bytes boardWithId(Client& client)
 {
@@ -417,8 +423,8 @@ std::vector<Request> inventoryRequests()
              [](Client& client) { return at("HCN[4711]/TEST/TEST_S") + words({client.accessId}) + value(newValue); },
          .prepare = withValue,
          .cleanUp = withoutLock,
-         .isWhole = isOld,
-         .isDone = isOld},
+         .isWhole = isOldOrNewWhenApplied,
+         .isDone = isNewWhenApplied},
         {.name = "GetLocalAddress", .program = inventory, .procedure = 4, .isSameEachTime = true, .hasStatus = false},
         {.name = "Apply",
          .program = inventory,
@@ -703,7 +709,7 @@ protected:
         else if (!request.isWhole(client))
             made.finding = "something is half done";
         else if (isGood(reply) && !request.isDone(client))
-            made.finding = "answered as done, and not done: " + client.value();
+            made.finding = "answered as done, and not done";
         if (made.finding.empty() && !isGood(reply))
             made.finding = repeat(client, arguments);
         if (m_expected.empty() && isGood(reply))

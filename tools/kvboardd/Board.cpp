@@ -262,8 +262,9 @@ bool Board::write(KvCErrorListPool& errors, KvUInt32 accessId, const KvCInventor
     if (isNew)
         m_written.push_back(place.parameter);
     if (!designate(errors, *place.parameter, value)) {
-        if (isNew)
-            m_written.pop_back();
+        // Neither what there is of the value nor one written before is to be applied, and the next one is a new one.
+        place.parameter->deleteDesignatedValue();
+        std::erase(m_written, place.parameter);
         KV_REPORT(errors, BoardCannotWrite, "Board::write", name);
         return false;
     }
