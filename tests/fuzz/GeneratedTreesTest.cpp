@@ -24,7 +24,7 @@ using Bytes = std::vector<unsigned char>;
 namespace {
 
 #if defined(KV_PLAIN_OBJECTS)
-constexpr unsigned usualTrees = 5000;  // with sanitizers
+constexpr unsigned usualTrees = 20000;  // with sanitizers
 #else
 constexpr unsigned usualTrees = 100000;
 #endif
