@@ -74,6 +74,9 @@ void Connection::onRecord(Record record) noexcept
         m_atRest = true;
         return;
     }
+    // What a peer answers without having read it would pile up, call by call.
+    if (call->message->sent != call->message->bytes.size() && !unsend(*call->message))
+        m_channel->retire(*this);
     m_channel->finish(*call, Failure::None);
     m_channel->closeIfUnused(*this);
 }

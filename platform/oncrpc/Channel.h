@@ -49,8 +49,9 @@ private:
 
 /**
  * One client's way to its service, on the loop's thread: connects when a call needs it, sends calls on the current
- * connection and finishes them. After a time-out or a cancelled call the connection takes no further calls and ends
- * with its last one, so that a peer that stalls in the middle of a reply holds up nobody else.
+ * connection and finishes them. After a time-out, a cancelled call, or an answer to a call that was not sent whole, the
+ * connection takes no further calls and ends with its last one, so that a peer that stalls in the middle of a reply, or
+ * does not read, holds up nobody else.
  *
  * Between quick calls an idle connection is parked off the loop. A caller that finds it there drives it himself, which
  * spares two changes of threads; after 2 ms, or when anybody else wants the connection, it goes back to the loop, which
@@ -89,6 +90,8 @@ public:
     void ended(Connection& connection, RpcStream::End why, const std::error_code& error) noexcept;
     void finish(PendingCall& call, Failure failure, const char* text = "") noexcept;
     void closeIfUnused(Connection& connection) noexcept;
+    /** Has it take no further calls; it ends with its last one. */
+    void retire(Connection& connection) noexcept;
     /** Whether the connection is to be parked when this call is finished. */
     bool wouldPark(const Connection& connection, const PendingCall& call) const noexcept;
     bool park(Connection& connection) noexcept;
@@ -111,7 +114,6 @@ private:
     /** The first call of a list that has to end now, and why. */
     PendingCall* due(const CallList& calls, TimePoint now, Failure& failure) const noexcept;
     void endDue(Connection& connection, TimePoint now) noexcept;
-    void retire(Connection& connection) noexcept;
     void unlink(Connection& connection) noexcept;
     /** Gets the parked connection back to the loop; false when a caller has it and will bring it. */
     bool unpark() noexcept;

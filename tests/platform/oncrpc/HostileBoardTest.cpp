@@ -360,6 +360,28 @@ TEST(HostileBoard, AReplyThatComesBeforeTheWholeCallIsReadIsTaken)
     EXPECT_EQ(client.echo("x"), KvCRpcClient::SystemError);
 }
 
+TEST(HostileBoard, AReplyToACallThatIsNotReadEndsTheConnection)
+{
+    ScriptedBoard board([](Connection& connection, int number) {
+        Bytes call = connection.readCall();
+        connection.send(record(accepted(unitAt(call, 0), 0, textBytes("read"))));
+        // the next call's reply, over and over, and none of that call is read
+        const Bytes early = record(accepted(unitAt(call, 0) + 1, 0, textBytes("not read")));
+        while (number == 1 && !connection.stopped() && connection.send(early))
+            connection.sleep(10);
+        connection.stall();
+    });
+    TestClient client(board.port());
+    client.set(KvCRpcClient::CallTimeout, 2000000);
+    EXPECT_EQ(client.echo("x"), KvCRpcClient::Success);
+    EXPECT_EQ(client.echo(std::string(20000000, 'x')), KvCRpcClient::Success);
+    EXPECT_EQ(client.answer, "not read");
+    EXPECT_EQ(client.echo("y"), KvCRpcClient::Success) << "it does not stand behind what is never taken";
+    EXPECT_EQ(client.answer, "read");
+    EXPECT_EQ(board.connections(), 2);
+    EXPECT_EQ(client.errors.getErrorCount(), 0u);
+}
+
 // ---- the port mapper
 
 /** A client that has to ask a port mapper, and the mapper. */
