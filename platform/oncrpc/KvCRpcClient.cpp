@@ -308,6 +308,8 @@ long KvCRpcClient::clntCall(KvCErrorListPool& errors, KvUInt32 procedure, KvNXdr
 bool KvCRpcClient::sendCall(KvNRpc::SentCall& call, KvUInt32 procedure, KvNXdr::xdrproc_t encoder,
                             void* arguments) noexcept
 {
+    if (m_state == nullptr || m_state->link.settings.address == 0 || m_state->link.settings.program == 0)
+        return false;
     WholeCall whole = m_state->wholeCall(procedure, encoder, arguments);
     KvNXdr::XDR xdrs;
     KvNXdr::xdrmem_create(&xdrs, reinterpret_cast<char*>(call.record() + recordMarkBytes),

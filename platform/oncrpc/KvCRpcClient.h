@@ -100,8 +100,8 @@ public:
     virtual void freeResults(KvNXdr::xdrproc_t decoder, void* result);
 
     /** Begins a call as clntCall() does, in the room that `call` has for its arguments, and does not wait for its
-       reply. Calls of one thread are sent in this order. False when memory is out or the arguments do not fit: nothing
-       is sent then, and nothing reported. */
+       reply. Calls of one thread are sent in this order. False when memory is out, the arguments do not fit, or there
+       is no address or program: nothing is sent then, and nothing reported. */
     bool sendCall(KvNRpc::SentCall& call, KvUInt32 procedure, KvNXdr::xdrproc_t encoder, void* arguments) noexcept;
 
     /** Waits for the reply of a call that was sent, from now on for the time of a call, and returns what clntCall()

@@ -209,6 +209,25 @@ TEST_F(SentCallTest, thatDoNotFitAreNotSent)
     EXPECT_EQ(client.errors.getErrorCount(), 0u);
 }
 
+TEST_F(SentCallTest, byAClientThatCannotCallAreNotSent)
+{
+    KvNRpc::SentCall call;
+    ASSERT_TRUE(call.reserve(8));
+    TestClient nowhere(1, "nowhere");
+    EXPECT_FALSE(send(nowhere, call, "abcd"));
+    KvCErrorListPool errors;
+    KvCRpcClient notConfigured(errors, "127.0.0.1");
+    Text text;
+    EXPECT_FALSE(notConfigured.sendCall(call, procedure, KvNXdr::proc<xdr_Text>, &text));
+    {
+        const FailingAllocation failing(1);
+        KvCRpcClient withoutMemory(errors, "127.0.0.1");
+        EXPECT_TRUE(failing.hasFailed());
+        EXPECT_FALSE(withoutMemory.sendCall(call, procedure, KvNXdr::proc<xdr_Text>, &text));
+    }
+    EXPECT_FALSE(call.isOnItsWay());
+}
+
 TEST_F(SentCallTest, withoutMemoryAreNotSentOrSaySo)
 {
     EchoServer server;
