@@ -169,7 +169,10 @@ Transfers::Result Transfers::accept(KvUInt64 offset, std::span<const unsigned ch
     FileProblem why;
     if (!transfer.file->write(offset, bytes, why)) {
         const Result failure = transfer.failed(why);
+        // Their bytes are lost as well, and this is why.
+        std::vector<Done> waiting = std::exchange(transfer.putters, {});
         drop();
+        tell(waiting, failure);
         return failure;
     }
     transfer.received += bytes.size();

@@ -19,8 +19,8 @@ namespace KvNBoardService {
  * change the board; there is one at a time, and it ends with its lock. Whether an access id may do so is not decided
  * here.
  * Waiting for the disk would hold up whoever else is served, so that is done beside: while a file comes it is synced
- * piece by piece, of which never more than two are only in memory, and what has to wait for it is answered later. So
- * the end of a large transfer has no more to wait for than that of a small one.
+ * piece by piece, of which never more than two are only in memory, with the bytes that are answered later because they
+ * have to wait for it. So the end of a large transfer has no more to wait for than that of a small one.
  * Operations may throw std::bad_alloc, and then can be repeated.
  */
 class Transfers

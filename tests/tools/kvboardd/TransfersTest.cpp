@@ -454,6 +454,31 @@ TEST_F(TransfersTest, ADiskThatIsFullLeavesNothing)
     EXPECT_NE(begin(3), 0u);
 }
 
+TEST_F(TransfersTest, ADiskThatIsFullIsToldToThoseWhoWaitForItToo)
+{
+    const std::string part(chunk, 'x');
+    const KvUInt32 id = begin(20 * chunk);
+    for (KvUInt64 at = 0; at < 8 * chunk; at += chunk)
+        put(id, at, part);
+    EXPECT_TRUE(m_puts.empty()) << "the eighth waits for the first sync";
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{8 * chunk, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    const auto* start = reinterpret_cast<const unsigned char*>(part.data());
+    m_transfers.put(holder, id, 8 * chunk, {start, chunk}, taker(m_puts));
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    disk();
+    ASSERT_EQ(m_puts.size(), 2u);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(take(m_puts), Outcome::NoSpace);
+        EXPECT_NE(m_result.problem.find("cannot write"), std::string::npos) << m_result.problem;
+    }
+    EXPECT_EQ(inFolder(), 0u);
+}
+
 TEST_F(TransfersTest, WithoutMemoryForWaitingBesideTheDiskIsWaitedForHere)
 {
     const std::string all(3 * piece, 'x');
