@@ -71,9 +71,14 @@ long callClient(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call)
     return secondTry(errors, client, call, outcome, first);
 }
 
+bool noReplyCame(long outcome)
+{
+    return outcome == KvCRpcClient::TimedOut || outcome == KvCRpcClient::ConnectionLost;
+}
+
 long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, long outcome, KvCErrorListPool& first)
 {
-    if (outcome == KvCRpcClient::TimedOut || outcome == KvCRpcClient::ConnectionLost) {
+    if (noReplyCame(outcome)) {
         call.repeated = true;
         KvNXdr::xdr_free(call.decoder, call.result);
         return client.clntCall(errors, call.procedure, call.encoder, call.arguments, call.decoder, call.result);

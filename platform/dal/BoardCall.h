@@ -29,6 +29,9 @@ std::unique_ptr<KvCRpcClient> makeClient(KvCErrorListPool& errors, const Board& 
     reported. */
 long callClient(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call);
 
+/** Whether a call that has come to `outcome` is made once more. */
+bool noReplyCame(long outcome);
+
 /** The rest of callClient() when the first try has come to `outcome` and reported `first`, which is empty
     afterwards. */
 long secondTry(KvCErrorListPool& errors, KvCRpcClient& client, BoardCall& call, long outcome, KvCErrorListPool& first);

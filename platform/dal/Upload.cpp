@@ -83,6 +83,9 @@ KvInt32 Upload::prepare()
     m_client = makeClient(m_errors, m_board, callMicroseconds);
     if (m_client == nullptr)
         return reportConnectionFailed(m_errors, m_origin, m_board);
+    // the replies to the chunks on their way are together no larger than one may be elsewhere
+    constexpr std::size_t largestReply = KvNRpc::ChannelSettings{}.largestReply / mostAhead;
+    m_client->setParameter(m_errors, KvCRpcClient::LargestReply, static_cast<KvUInt32>(largestReply));
     DecodedIdentity identity;
     BoardCall identify{Identify, KvNXdr::xdr_void, nullptr, DecodedIdentity::routine,
                        static_cast<KvdaIdentity*>(&identity)};
@@ -228,6 +231,8 @@ KvInt32 Upload::takeAnswer(KvUInt64& position)
         dropAhead();
         m_ahead = 1;
     }
+    if (noReplyCame(outcome) && isCancelled())
+        return ended(KvCRpcClient::Cancelled);
     outcome = secondTry(m_errors, *m_client, sent, outcome, first);
     const KvInt32 result = ended(outcome);
     return result == Ok ? judge(reply, sent.repeated, chunk, position) : result;

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "base/KvNMessage.h"
 #include "platform/dal/DeviceAccessProgram.h"
 #include "platform/oncrpc/KvCRpcClient.h"
 #include "tests/platform/dal/FileTransferFixture.h"
@@ -237,6 +238,44 @@ TEST_F(FileTransferAhead, isRepeatedWhenTheBoardFallsSilent)
     EXPECT_EQ(errors.getErrorCount(), 2u);
     EXPECT_THAT(told, IsEmpty());
     EXPECT_THAT(offsets(), ElementsAre(0, chunk, 2 * chunk, 3 * chunk, 0)) << "the one that was to be answered, again";
+}
+
+TEST_F(FileTransferAhead, takesRepliesOfAQuarterOfWhatOthersTakeForThereAreFour)
+{
+    const auto withErrors = [](std::size_t bytes) {
+        std::vector<unsigned char> reply = units({0, 0, chunk, static_cast<std::uint32_t>(bytes)});
+        reply.resize(reply.size() + bytes);
+        return answer(reply);
+    };
+    constexpr std::size_t quarter = 16u << 20;
+    fresh({{{PutData, 1}, withErrors(quarter - 40)}});
+    EXPECT_EQ(put(content), -ConnectionFailed);
+    EXPECT_THAT(codes(errors), ElementsAre(static_cast<KvUInt32>(KvNMessage::RpcReplyMalformed), 0x20000C));
+    fresh({{{PutData, 1}, withErrors(quarter)}});
+    EXPECT_EQ(put(content), -ConnectionFailed);
+    EXPECT_THAT(codes(errors), ElementsAre(static_cast<KvUInt32>(KvNMessage::RpcReplyTooLarge), 0x20000C));
+    EXPECT_EQ(withdrawn(), 1u);
+}
+
+TEST_F(FileTransferAhead, isEndedByCancellingBeforeAChunkIsSentAgain)
+{
+    struct Traced
+    {
+        int chunks = 0;
+        static void take(void* context, const KvCRpcClient::TracedCall& call)
+        {
+            auto* self = static_cast<Traced*>(context);
+            if (call.procedure == PutData && ++self->chunks == 1)
+                KvCRpcClient::cancelAll();
+        }
+    } traced;
+    fresh({{{PutData, 1}, {ScriptedFault::Kind::LoseCall, {}}}});
+    KvCRpcClient::setTrace(&Traced::take, &traced);
+    EXPECT_EQ(put(content), -TransferCancelled);
+    KvCRpcClient::setTrace(nullptr, nullptr);
+    EXPECT_THAT(codes(errors), ElementsAre(0x200014));
+    EXPECT_EQ(traced.chunks, 4) << "those that were on their way";
+    EXPECT_EQ(withdrawn(), 1u);
 }
 
 TEST_F(FileTransferAhead, isEndedByCancellingFromTheProgressFunction)
