@@ -120,15 +120,33 @@ TEST(CompositeProperties, AnyTreeWrittenAndReadBackIsTheSame)
     }));
 }
 
-/** Reads the bytes; whatever they are, it ends in a tree or in errors. */
+/** Keeps every tree of a stream: the deserializer itself owns none. */
+class ReaderOfTrees : public KvCBinDeserializer
+{
+public:
+    using KvCBinDeserializer::KvCBinDeserializer;
+
+    void CompositeStart(KvCErrorListPool& errors) override
+    {
+        const KvCComposite* const before = getRoot();
+        KvCBinDeserializer::CompositeStart(errors);
+        if (getRoot() != before)
+            m_trees.emplace_back(getRoot());
+    }
+
+private:
+    std::vector<std::unique_ptr<KvCComposite>> m_trees;
+};
+
+/** Reads the bytes; whatever they are, it ends in trees or in errors. */
 void readAny(const Bytes& bytes)
 {
     KvCErrorListPool errors;
     KvCCompositeFactory factory(errors);
     const auto buffer = bufferOf(bytes);
-    KvCBinDeserializer deserializer(errors);
+    ReaderOfTrees deserializer(errors);
     factory.setBinaryDeserializer(&deserializer);
-    const std::unique_ptr<KvCComposite> tree(factory.deserialize(errors, nullptr, buffer.get()));
+    factory.deserialize(errors, nullptr, buffer.get());
     if (deserializer.getActParameter() != nullptr && deserializer.getActParameter()->isDeletable())
         delete deserializer.getActParameter();
     RC_ASSERT(errors.getErrorCount() != 0U || buffer->getReadPosition() == buffer->getWritePosition());
