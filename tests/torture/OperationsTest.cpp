@@ -59,6 +59,9 @@ struct Attempt
     std::string finding;     ///< empty: nothing is wrong
 };
 
+/** Of all operations. */
+std::size_t g_tried = 0;
+
 class Torture : public testing::TestWithParam<std::size_t>
 {
 protected:
@@ -167,13 +170,17 @@ TEST_P(Torture, FailsSayingSoOrSucceedsAndGivesEverythingBack)
         if (m_allocations > sampledBeyond)
             std::printf("%s: %zu allocations, sampled\n", row().names.c_str(), m_allocations);
     }
-    RecordProperty("tried", std::to_string(tried));
+    g_tried += tried;
 }
 
 /** The service that the operations called has not ended. */
 class ServiceStaysUp : public testing::Environment
 {
-    void TearDown() override { EXPECT_TRUE(TestBoards::stop()); }
+    void TearDown() override
+    {
+        EXPECT_TRUE(TestBoards::stop());
+        std::printf("%zu failures of memory tried\n", g_tried);
+    }
 };
 const testing::Environment* const g_service = testing::AddGlobalTestEnvironment(new ServiceStaysUp);
 

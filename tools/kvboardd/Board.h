@@ -85,7 +85,7 @@ public:
     bool read(KvCErrorListPool& errors, const KvCInventoryAddress& address, KvCBuffer& out) const;
 
     /** Makes `value` the designated value of the parameter at `address`, on behalf of `accessId`; values that another
-        id has written are dropped. */
+        id has written are dropped. When it fails for want of memory, no value of the parameter is left to apply. */
     bool write(KvCErrorListPool& errors, KvUInt32 accessId, const KvCInventoryAddress& address, const WireValue& value);
 
     /** Makes every value that `accessId` has written at `address` or below it current, and stores the tree. All of them
