@@ -54,8 +54,11 @@ int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
     const ItemOwner copy(made);
     KV_FUZZ_CHECK(errors.getErrorCount() == 0 && copy != nullptr);
     KV_FUZZ_CHECK(streamOf(*copy) == stream);
+    // A parameter that came without unit is written without one, even if it got one from a record that came again.
     // Paths are output, of which a deep tree has much.
-    if (size <= 2048 && !isCut)
-        KV_FUZZ_CHECK(second.tree->toString(errors, 0, 0) == first.tree->toString(errors, 0, 0));
+    if (size <= 2048 && !isCut) {
+        const Reading third = readTree(stream);
+        KV_FUZZ_CHECK(third.tree->toString(errors, 0, 0) == second.tree->toString(errors, 0, 0));
+    }
     return 0;
 }
