@@ -3,7 +3,7 @@
 #include "MemoryControl.h"
 #include "tests/support/FailingAllocation.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef KV_SANITIZER_OWNS_MALLOC
 
 extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*given)(const volatile void*, std::size_t),
                                                          void (*taken)(const volatile void*));

@@ -17,7 +17,7 @@ MemoryControl g_control;
 
 MemoryControl* MemoryControl::ours = &g_control;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(KV_SANITIZER_OWNS_MALLOC)
+#ifdef KV_SANITIZER_OWNS_MALLOC
 
 namespace {
 
