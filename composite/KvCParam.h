@@ -77,6 +77,7 @@ public:
     }
     /** The type word: type code and flags. */
     KvUInt32 getType() const { return m_type; }
+    /** The composite that the parameter was added to, as long as that holds it; else null. */
     KvCComposite* getParent() const { return m_parent; }
     void setParent(KvCComposite* parent) { m_parent = parent; }
     /** Where the value is stored; null only after a failed construction. */

@@ -26,6 +26,8 @@ void KvCParamList::notifyElementDetachment(KvCParam** element)
     parameter->notifyListDetachment();
     if (parameter->isDeletable())
         delete parameter;
+    else if (m_owner != nullptr && parameter->getParent() == m_owner)
+        parameter->setParent(nullptr);  // it may outlive the owner
 }
 
 KvCParam* KvCParamList::getElementbyId(KvCErrorListPool& errors, KvUInt32 id) const
