@@ -262,16 +262,29 @@ void KvCBinDeserializer::CompositeParameter(KvCErrorListPool& errors)
         return;
     const bool isNew = existing == nullptr;
     const bool isRead = readBody(errors, reader, record, *parameter, isNew, start);
-    if (isNew && (!isRead || (m_actElement != nullptr && !m_actElement->appendParameter(errors, parameter)))) {
+    if (isNew && (!isRead || (m_actElement != nullptr && !keepParameter(errors, record.id, parameter)))) {
         delete parameter;
         return;
     }
     if (isRead) {
-        if (isNew)
-            m_fresh.note(record.id);
         m_actParameter = parameter;
         m_actParameterIsFree = m_actElement == nullptr;
     }
+}
+
+/** Gives the active element a new parameter; false, and reported, when that fails. A derived class may have made it
+    with another id than that of its record, which the element was searched for. */
+bool KvCBinDeserializer::keepParameter(KvCErrorListPool& errors, KvUInt32 searchedId, KvCParam* parameter)
+{
+    const KvUInt32 id = parameter->getId();
+    if (id != searchedId && !isNewParameter(id)) {
+        m_actElement->addParameter(errors, parameter);  // which says so
+        return false;
+    }
+    if (!m_actElement->appendParameter(errors, parameter))
+        return false;
+    m_fresh.note(id);
+    return true;
 }
 
 void KvCBinDeserializer::dropFreeParameter()

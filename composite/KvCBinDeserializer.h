@@ -117,6 +117,7 @@ private:
     bool readRecord(KvCErrorListPool& errors, unsigned char tag);
     void reportStop(KvCErrorListPool& errors, unsigned char tag) const;
     KvCParam* makeParameter(KvCErrorListPool& errors, const Record& record);
+    bool keepParameter(KvCErrorListPool& errors, KvUInt32 searchedId, KvCParam* parameter);
     bool readBody(KvCErrorListPool& errors, StreamReader& reader, const Record& record, KvCParam& parameter, bool isNew,
                   KvUInt32 start);
 

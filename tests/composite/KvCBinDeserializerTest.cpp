@@ -483,6 +483,44 @@ TEST_F(KvCBinDeserializerTest, CustomParametersGoThroughTheHooks)
     EXPECT_EQ(made->getParameterById(2)->getValueUInt8(errors), 3);
 }
 
+/** Makes parameters with an id of its own. */
+class RenumberingDeserializer : public KvCBinDeserializer
+{
+public:
+    using KvCBinDeserializer::KvCBinDeserializer;
+    KvCParam* createCustomParameter(KvCErrorListPool& errors, KvUInt32 id, KvUInt32 type, const char* descr) override
+    {
+        return KvCBinDeserializer::createCustomParameter(errors, id + 100, type, descr);
+    }
+};
+
+TEST_F(KvCBinDeserializerTest, AParameterMadeWithAnotherIdIsFoundAndRefusedByThatId)
+{
+    const auto reading = [&](const StreamBuilder& stream) {
+        errors.clear();
+        buffer = bufferOf(stream.bytes());
+        RenumberingDeserializer deserializer(errors);
+        deserializer.setBuffer(buffer.get());
+        deserializer.setFactory(&factory);
+        deserializer.deserialize(errors);
+        made.reset(deserializer.getSerializationRoot());
+        return made->getParameterList()->getCount();
+    };
+    StreamBuilder merged;
+    merged.start(1, 1).parameter(5, 0x10121, value().byte(1)).parameter(105, 0x121, value().byte(2)).end();
+    EXPECT_EQ(reading(merged), 1U);
+    EXPECT_EQ(errors.getErrorCount(), 0U);
+    EXPECT_EQ(made->getParameterById(105)->getValueUInt8(errors), 2);
+
+    StreamBuilder doubled;
+    doubled.start(1, 1).parameter(105, 0x121, value().byte(1)).parameter(5, 0x10121, value().byte(2), "five").end();
+    EXPECT_EQ(reading(doubled), 1U);
+    EXPECT_EQ(codesOf(errors), (Codes{0x601802, 0xA02000}));
+    EXPECT_STREQ(errors.getErrorText(0),
+                 "Internal error. Korvel Support information: Duplicate list element (Descr: five, ID: 105).");
+    EXPECT_EQ(made->getParameterById(105)->getValueUInt8(errors), 1);
+}
+
 TEST_F(KvCBinDeserializerTest, AFailingCustomHookStopsReadingButKeepsTheParameter)
 {
     StreamBuilder stream;
