@@ -10,7 +10,8 @@
 /**
  * Finds the first node with a key in a chain of nodes, in constant time on average. An accelerator of a linear search:
  * it never changes an answer. Whoever changes the chain tells it, and drops it when it says that it cannot follow.
- * `KeyOf::of(node)` gives a node's key (KvUInt64). Open addressing; one pointer a slot.
+ * `KeyOf::of(node)` gives a node's key (KvUInt64). Open addressing; each slot holds the key beside the node, so that no
+ * node is looked at but the one that is found.
  */
 template <class Node, class KeyOf>
 class FirstMatchIndex : public KvNAllocation::Object
@@ -34,19 +35,20 @@ public:
     }
 
     /** The first node with this key; null when there is none. */
-    Node* find(KvUInt64 key) const { return m_slots == nullptr ? nullptr : m_slots[slotOf(key)]; }
+    Node* find(KvUInt64 key) const { return m_slots == nullptr ? nullptr : m_slots[slotOf(key)].node; }
 
     /** A node came behind all others. False: no memory, drop the index. */
     bool append(Node* node)
     {
         if (!makeRoom())
             return false;
-        Node*& slot = m_slots[slotOf(KeyOf::of(node))];
-        if (slot != nullptr) {
+        const KvUInt64 key = KeyOf::of(node);
+        Slot& slot = m_slots[slotOf(key)];
+        if (slot.node != nullptr) {
             m_hasDuplicates = true;
             return true;
         }
-        slot = node;
+        slot = {key, node};
         ++m_used;
         return true;
     }
@@ -56,12 +58,13 @@ public:
     {
         if (!makeRoom())
             return false;
-        Node*& slot = m_slots[slotOf(KeyOf::of(node))];
-        if (slot != nullptr)
+        const KvUInt64 key = KeyOf::of(node);
+        Slot& slot = m_slots[slotOf(key)];
+        if (slot.node != nullptr)
             m_hasDuplicates = true;
         else
             ++m_used;
-        slot = node;
+        slot = {key, node};
         return true;
     }
 
@@ -71,7 +74,7 @@ public:
         if (m_slots == nullptr)
             return true;
         const std::size_t place = slotOf(KeyOf::of(node));
-        if (m_slots[place] != node)
+        if (m_slots[place].node != node)
             return m_hasDuplicates;
         if (m_hasDuplicates)
             return false;
@@ -81,6 +84,12 @@ public:
     }
 
 private:
+    struct Slot
+    {
+        KvUInt64 key;
+        Node* node;  ///< null: the slot is free
+    };
+
     static constexpr unsigned smallestBits = 5;
     static constexpr std::uint64_t golden = 0x9E3779B97F4A7C15ULL;
 
@@ -95,7 +104,7 @@ private:
     std::size_t slotOf(KvUInt64 key) const
     {
         std::size_t place = startOf(key);
-        while (m_slots[place] != nullptr && KeyOf::of(m_slots[place]) != key)
+        while (m_slots[place].key != key && m_slots[place].node != nullptr)
             place = (place + 1) & m_mask;
         return place;
     }
@@ -107,20 +116,20 @@ private:
         if (2 * (m_used + 1) <= slots)
             return true;
         const std::size_t wanted = slots == 0 ? std::size_t{1} << smallestBits : 2 * slots;
-        if (wanted > static_cast<std::size_t>(-1) / sizeof(Node*) / 2)
+        if (wanted > static_cast<std::size_t>(-1) / sizeof(Slot) / 2)
             return false;
-        Node** const old = m_slots;
-        auto* const fresh = static_cast<Node**>(KvNAllocation::allocate(wanted * sizeof(Node*)));
+        Slot* const old = m_slots;
+        auto* const fresh = static_cast<Slot*>(KvNAllocation::allocate(wanted * sizeof(Slot)));
         if (fresh == nullptr)
             return false;
-        std::memset(fresh, 0, wanted * sizeof(Node*));
+        std::memset(fresh, 0, wanted * sizeof(Slot));
         m_slots = fresh;
         m_mask = wanted - 1;
         m_shift = slots == 0 ? 64 - smallestBits : m_shift - 1;
         m_factor = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(fresh)) * golden | 1;
         for (std::size_t i = 0; i < slots; ++i)
-            if (old[i] != nullptr)
-                m_slots[slotOf(KeyOf::of(old[i]))] = old[i];
+            if (old[i].node != nullptr)
+                m_slots[slotOf(old[i].key)] = old[i];
         KvNAllocation::release(old);
         return true;
     }
@@ -128,17 +137,17 @@ private:
     /** Moves the nodes behind a freed slot up, as long as that brings them nearer to where their search starts. */
     void closeGap(std::size_t gap)
     {
-        for (std::size_t place = (gap + 1) & m_mask; m_slots[place] != nullptr; place = (place + 1) & m_mask) {
-            const std::size_t start = startOf(KeyOf::of(m_slots[place]));
+        for (std::size_t place = (gap + 1) & m_mask; m_slots[place].node != nullptr; place = (place + 1) & m_mask) {
+            const std::size_t start = startOf(m_slots[place].key);
             if (((place - start) & m_mask) >= ((place - gap) & m_mask)) {
                 m_slots[gap] = m_slots[place];
                 gap = place;
             }
         }
-        m_slots[gap] = nullptr;
+        m_slots[gap] = {};
     }
 
-    Node** m_slots = nullptr;
+    Slot* m_slots = nullptr;
     std::size_t m_mask = 0;
     std::size_t m_used = 0;
     std::uint64_t m_factor = 0;
