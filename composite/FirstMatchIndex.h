@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -10,20 +11,22 @@
 /**
  * Finds the first node with a key in a chain of nodes, in constant time on average. An accelerator of a linear search:
  * it never changes an answer. Whoever changes the chain tells it, and drops it when it says that it cannot follow.
- * `KeyOf::of(node)` gives a node's key (KvUInt64). Open addressing; each slot holds the key beside the node, so that no
- * node is looked at but the one that is found.
+ * `KeyOf::of(node)` gives a node's key, a number. Open addressing; each slot holds the key beside the node, so that no
+ * node is looked at but the one that is found. Up to `few` nodes stand in the index itself, without a table.
  */
-template <class Node, class KeyOf>
-class FirstMatchIndex : public KvNAllocation::Object
+template <class Node, class KeyOf, KvUInt32 few = 0>
+requires(few <= 16) class FirstMatchIndex : public KvNAllocation::Object
 {
 public:
+    using Key = decltype(KeyOf::of(static_cast<const Node*>(nullptr)));
+
     FirstMatchIndex() = default;
     FirstMatchIndex(const FirstMatchIndex&) = delete;
     FirstMatchIndex& operator=(const FirstMatchIndex&) = delete;
     ~FirstMatchIndex() { KvNAllocation::release(m_slots); }
 
     /** Whether there is anything to follow: a node was appended since the start, or since it was dropped. */
-    bool isMade() const { return m_slots != nullptr; }
+    bool isMade() const { return m_slots != nullptr || m_used != 0; }
     /** Forgets everything, as far as it takes memory. */
     void drop()
     {
@@ -32,53 +35,37 @@ public:
         m_mask = 0;
         m_used = 0;
         m_hasDuplicates = false;
+        m_nodes = {};
     }
 
     /** The first node with this key; null when there is none. */
-    Node* find(KvUInt64 key) const { return m_slots == nullptr ? nullptr : m_slots[slotOf(key)].node; }
+    Node* find(Key key) const
+    {
+        if (m_slots != nullptr)
+            return m_slots[slotOf(key)].node;
+        const std::size_t place = placeInside(key);
+        return place < m_used ? m_nodes[place] : nullptr;
+    }
 
     /** A node came behind all others. False: no memory, drop the index. */
-    bool append(Node* node)
-    {
-        if (!makeRoom())
-            return false;
-        const KvUInt64 key = KeyOf::of(node);
-        Slot& slot = m_slots[slotOf(key)];
-        if (slot.node != nullptr) {
-            m_hasDuplicates = true;
-            return true;
-        }
-        slot = {key, node};
-        ++m_used;
-        return true;
-    }
-
+    bool append(Node* node) { return add(node, false); }
     /** A node came before all others. False: no memory, drop the index. */
-    bool prepend(Node* node)
-    {
-        if (!makeRoom())
-            return false;
-        const KvUInt64 key = KeyOf::of(node);
-        Slot& slot = m_slots[slotOf(key)];
-        if (slot.node != nullptr)
-            m_hasDuplicates = true;
-        else
-            ++m_used;
-        slot = {key, node};
-        return true;
-    }
+    bool prepend(Node* node) { return add(node, true); }
 
     /** A node left; its key is still the one it had. False: the next match is unknown, drop the index. */
     bool remove(Node* node)
     {
-        if (m_slots == nullptr)
+        if (!isMade())
             return true;
-        const std::size_t place = slotOf(KeyOf::of(node));
-        if (m_slots[place].node != node)
+        const Key key = KeyOf::of(node);
+        if (find(key) != node)
             return m_hasDuplicates;
         if (m_hasDuplicates)
             return false;
-        closeGap(place);
+        if (m_slots != nullptr)
+            closeGap(slotOf(key));
+        else
+            takeOut(placeInside(key));
         --m_used;
         return true;
     }
@@ -86,22 +73,62 @@ public:
 private:
     struct Slot
     {
-        KvUInt64 key;
+        Key key;
         Node* node;  ///< null: the slot is free
     };
 
-    static constexpr unsigned smallestBits = 5;
+    static constexpr unsigned smallestBits = few < 16 ? 5 : 6;  ///< of the first table, which takes few nodes and one
     static constexpr std::uint64_t golden = 0x9E3779B97F4A7C15ULL;
+
+    bool add(Node* node, bool isFirst)
+    {
+        const Key key = KeyOf::of(node);
+        Node** place;
+        if (m_slots == nullptr && m_used < few) {
+            const std::size_t inside = placeInside(key);
+            m_keys[inside] = key;
+            place = &m_nodes[inside];
+        } else {
+            if (!makeRoom())
+                return false;
+            Slot& slot = m_slots[slotOf(key)];
+            slot.key = key;
+            place = &slot.node;
+        }
+        const bool isNew = *place == nullptr;
+        m_used += isNew ? 1 : 0;
+        m_hasDuplicates = m_hasDuplicates || !isNew;
+        if (isNew || isFirst)
+            *place = node;
+        return true;
+    }
+
+    /** Where the key stands in the index itself; m_used when it does not. All keys are compared, several at a time and
+        without a branch: a wrong guess where to stop would cost more. */
+    std::size_t placeInside(Key key) const
+    {
+        const auto used = static_cast<KvUInt32>(m_used);
+        KvUInt32 found = 0;
+        for (KvUInt32 i = 0; i < few; ++i)
+            found |= (KvUInt32{0} - static_cast<KvUInt32>((m_keys[i] == key) & (i < used))) & (i + 1);
+        return found == 0 ? m_used : found - 1;
+    }
+    void takeOut(std::size_t place)
+    {
+        m_keys[place] = m_keys[m_used - 1];
+        m_nodes[place] = m_nodes[m_used - 1];
+        m_nodes[m_used - 1] = nullptr;
+    }
 
     /** Spreads the keys. The factor comes from the table's address, a secret of the run, so that no stream can be made
         to collide; one product alone would put numbers in a row into clusters. */
-    std::size_t startOf(KvUInt64 key) const
+    std::size_t startOf(Key key) const
     {
         const std::uint64_t product = static_cast<std::uint64_t>(key) * m_factor;
         return static_cast<std::size_t>((product ^ product >> 32) * golden >> m_shift);
     }
     /** The slot that holds the key, or the free one where it belongs. */
-    std::size_t slotOf(KvUInt64 key) const
+    std::size_t slotOf(Key key) const
     {
         std::size_t place = startOf(key);
         while (m_slots[place].key != key && m_slots[place].node != nullptr)
@@ -130,6 +157,8 @@ private:
         for (std::size_t i = 0; i < slots; ++i)
             if (old[i].node != nullptr)
                 m_slots[slotOf(old[i].key)] = old[i];
+        for (std::size_t i = 0; slots == 0 && i < m_used; ++i)
+            m_slots[slotOf(m_keys[i])] = {m_keys[i], m_nodes[i]};
         KvNAllocation::release(old);
         return true;
     }
@@ -153,6 +182,8 @@ private:
     std::uint64_t m_factor = 0;
     unsigned m_shift = 0;
     bool m_hasDuplicates = false;
+    std::array<Key, few> m_keys{};
+    std::array<Node*, few> m_nodes{};
 };
 
 /** Chains up to this long are searched one by one. */

@@ -40,11 +40,11 @@ KvCParam* KvCParamList::getElementbyId(KvCErrorListPool& errors, KvUInt32 id) co
 
 KvCParam* KvCParamList::getElementbyId(KvUInt32 id) const
 {
+    if (m_index != nullptr && m_index->isCurrent())
+        return m_index->find(id);
     if (m_count > IndexThreshold) {
-        if (m_index != nullptr && !m_index->isCurrent())
-            Traits::drop(m_index);
-        if (m_index == nullptr)
-            m_index = Traits::Index::make(m_front);
+        Traits::drop(m_index);
+        m_index = Traits::Index::make(m_front);
         if (m_index != nullptr)
             return m_index->find(id);
     }

@@ -8,12 +8,12 @@
 
 struct ParamIdKey
 {
-    static KvUInt64 of(const KvCParam* parameter) { return parameter->getId(); }
+    static KvUInt32 of(const KvCParam* parameter) { return parameter->getId(); }
 };
 
 /** The index of a long parameter list by id. It is out of date as soon as any parameter that stands in an index is
     given another id. */
-struct KvPListTraits<KvCParam*>::Index : FirstMatchIndex<KvCParam, ParamIdKey>
+struct KvPListTraits<KvCParam*>::Index : FirstMatchIndex<KvCParam, ParamIdKey, 16>
 {
     /** An index of the list that starts with `front`; null when memory is out. */
     static Index* make(const KvPListNode<KvCParam*>* front);

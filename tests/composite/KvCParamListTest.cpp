@@ -175,6 +175,37 @@ TEST_F(KvCParamListTest, LookupsInLongListsFollowEveryChange)
     EXPECT_EQ(list.getElementbyId(30), nullptr);
 }
 
+TEST_F(KvCParamListTest, LookupsGiveTheFirstMatchInListsOfAnyLength)
+{
+    const auto expectFirstMatches = [](const KvCParamList& list) {
+        for (KvUInt32 id = 0; id < 60; ++id) {
+            const KvCParam* first = nullptr;
+            for (const auto* node = list.getFront(); node != nullptr && first == nullptr; node = node->getNext())
+                first = node->getContent()->getId() == id ? node->getContent() : nullptr;
+            EXPECT_EQ(list.getElementbyId(id), first) << id << " of " << list.getCount();
+        }
+    };
+    for (const KvUInt32 repeated : {60U, 7U}) {
+        KvCParamList list(nullptr);
+        for (KvUInt32 i = 0; i < 40; ++i) {
+            if (i % 3 == 0)
+                list.pushFront(make(i % repeated));
+            else
+                list.pushBack(make(i % repeated));
+            expectFirstMatches(list);
+        }
+        for (KvUInt32 i = 0; !list.isEmpty(); ++i) {
+            list.removeListNode(i % 2 == 0 ? list.getFront()->getNext() : list.getBack());
+            if (list.getCount() == 1)
+                list.removeListNode(list.getFront());
+            expectFirstMatches(list);
+        }
+        for (KvUInt32 id = 16; id > 0; --id)
+            list.pushBack(make(id));
+        expectFirstMatches(list);
+    }
+}
+
 TEST_F(KvCParamListTest, AssigningAnotherIdIsFollowedByLookups)
 {
     KvCParamList list(nullptr);
