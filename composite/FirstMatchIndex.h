@@ -121,11 +121,12 @@ private:
     }
 
     /** Spreads the keys. The factor comes from the table's address, a secret of the run, so that no stream can be made
-        to collide; one product alone would put numbers in a row into clusters. */
+        to collide; one product alone would put numbers in a row, or in steps, into clusters. */
     std::size_t startOf(Key key) const
     {
-        const std::uint64_t product = static_cast<std::uint64_t>(key) * m_factor;
-        return static_cast<std::size_t>((product ^ product >> 32) * golden >> m_shift);
+        const std::uint64_t wide = key;
+        const std::uint64_t product = ((wide ^ wide >> 32) + m_factor) * golden;
+        return static_cast<std::size_t>((product ^ product >> 32) * m_factor >> m_shift);
     }
     /** The slot that holds the key, or the free one where it belongs. */
     std::size_t slotOf(Key key) const
