@@ -129,21 +129,4 @@ TEST(AllocationOfContainers, ThrowsWithoutMemory)
     EXPECT_THROW(KvNAllocation::Allocator<int>().allocate(static_cast<std::size_t>(-1) / 2), std::bad_alloc);
 }
 
-TEST(AllocationOfLargeBlocks, KeepsTheirBytesWhileTheyGrowAndShrink)
-{
-    constexpr std::size_t megabyte = 1u << 20;
-    auto* block = static_cast<unsigned char*>(KvNAllocation::allocate(megabyte));
-    ASSERT_NE(block, nullptr);
-    block[0] = 7;
-    block[megabyte - 1] = 9;
-    for (const std::size_t size : {4 * megabyte - 1, 4 * megabyte, 33 * megabyte + 1, megabyte}) {
-        block = static_cast<unsigned char*>(KvNAllocation::reallocate(block, size));
-        ASSERT_NE(block, nullptr);
-        EXPECT_EQ(block[0], 7) << size;
-        EXPECT_EQ(block[megabyte - 1], 9) << size;
-        block[size - 1] = 9;
-    }
-    KvNAllocation::release(block);
-}
-
 }  // namespace
